@@ -1,0 +1,55 @@
+# SPDX-License-Identifier: MIT
+# libvexadm.so.0: C++ inside, plain C outside.
+file(GLOB_RECURSE VEXADM_SOURCES CONFIGURE_DEPENDS
+  ${PROJECT_SOURCE_DIR}/vexa-app-utils/*.cpp
+  ${PROJECT_SOURCE_DIR}/vexa-app-os-al/*.cpp
+  ${PROJECT_SOURCE_DIR}/vexa-app-common/src/*.cpp)
+
+find_library(VEXADM_SQLITE3 NAMES sqlite3 REQUIRED)
+find_path(VEXADM_SQLITE3_INCLUDE sqlite3.h REQUIRED)
+
+add_library(vexadm SHARED ${VEXADM_SOURCES})
+set_target_properties(vexadm PROPERTIES VERSION 0.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH} SOVERSION 0)
+target_include_directories(vexadm
+  PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+  PRIVATE ${PROJECT_SOURCE_DIR}/vexa-app-utils ${PROJECT_SOURCE_DIR}/vexa-app-os-al)
+target_include_directories(vexadm SYSTEM PRIVATE ${VEXADM_SQLITE3_INCLUDE})
+target_link_libraries(vexadm PRIVATE $<BUILD_INTERFACE:vexadm_warnings> ${VEXADM_SQLITE3})
+# 64-bit inode numbers and times also where long has 32 bits: stat() must not fail for either.
+target_compile_definitions(vexadm PRIVATE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+target_compile_options(vexadm PRIVATE
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics
+  -fvisibility=hidden -fvisibility-inlines-hidden -ffunction-sections -fdata-sections)
+
+# A host that hands the queue a null element is stopped by a real fault at that access; the
+# compiler must neither reason such accesses away nor a sanitizer stop them earlier.
+set(VEXADM_QUEUE_OPTIONS -fno-delete-null-pointer-checks)
+if(VEXADM_SANITIZE)
+  list(APPEND VEXADM_QUEUE_OPTIONS -fno-sanitize=null)
+endif()
+set_source_files_properties(${PROJECT_SOURCE_DIR}/vexa-app-utils/queue/queue.cpp PROPERTIES
+  COMPILE_OPTIONS "${VEXADM_QUEUE_OPTIONS}")
+
+if(NOT VEXADM_INSTRUMENTED)
+  # The run-time libraries of the instrumentation need what these take away.
+  set(VEXADM_EXPORTS ${PROJECT_BINARY_DIR}/vexadm.map)
+  file(STRINGS ${PROJECT_SOURCE_DIR}/tests/exported_names.txt VEXADM_NAMES REGEX "^[A-Za-z]")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/exported_names.txt)
+  list(JOIN VEXADM_NAMES "; " VEXADM_NAMES)
+  file(CONFIGURE OUTPUT ${VEXADM_EXPORTS} CONTENT "{ global: @VEXADM_NAMES@; local: *; };\n" @ONLY)
+
+  # Linked by the C compiler: a use of the C++ run-time library is then a link error instead of
+  # one more library that every process of the router has to load.
+  set_target_properties(vexadm PROPERTIES LINKER_LANGUAGE C LINK_DEPENDS ${VEXADM_EXPORTS})
+  target_link_options(vexadm PRIVATE
+    -static-libgcc LINKER:-z,defs LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack
+    LINKER:--gc-sections LINKER:--as-needed LINKER:-Bsymbolic-functions
+    LINKER:--version-script=${VEXADM_EXPORTS})
+  target_compile_options(vexadm PRIVATE -fstack-protector-strong)
+  target_compile_definitions(vexadm PRIVATE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+endif()
+
+install(TARGETS vexadm LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vexadm DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)
