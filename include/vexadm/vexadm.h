@@ -1,0 +1,22 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file vexadm.h
+ * The whole public interface of libvexadm.
+ *
+ * Each family has a header of its own; a program that uses one family only may
+ * include that header alone.
+ */
+#ifndef VEXADM_VEXADM_H
+#define VEXADM_VEXADM_H
+
+#include "export.h"
+#include "types.h"
+
+#include "data_manager.h"
+#include "log.h"
+#include "queue.h"
+#include "storage.h"
+#include "strings.h"
+#include "symtab.h"
+
+#endif

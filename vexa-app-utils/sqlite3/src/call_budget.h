@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: MIT
+// How long one call of a host may wait for other processes' locks.
+#ifndef VEXADM_STORAGE_CALL_BUDGET_H
+#define VEXADM_STORAGE_CALL_BUDGET_H
+
+namespace vexa::storage {
+
+// Opens the budget of the calling thread's outermost library call. Nested scopes share
+// the outermost one, so a write that takes many statements and copies still answers
+// within one bound. The clock starts at the first wait: a call that finds everything free
+// never reads it.
+class CallBudget {
+ public:
+  CallBudget();
+  CallBudget(const CallBudget&) = delete;
+  CallBudget& operator=(const CallBudget&) = delete;
+  ~CallBudget();
+
+  // Bounds the waits of a step that must not use up what more important steps may need.
+  class Share {
+   public:
+    explicit Share(int most_ms);
+    Share(const Share&) = delete;
+    Share& operator=(const Share&) = delete;
+    ~Share();
+  };
+
+  // Waits a moment for a lock of another process; the attempt counts from 0.
+  // False when the budget, or the share of it, is spent.
+  static bool wait(int attempt);
+};
+
+}  // namespace vexa::storage
+
+#endif
