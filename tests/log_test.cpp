@@ -57,6 +57,22 @@ using OwnedText = std::unique_ptr<char, FreeText>;
 
 OwnedText rewrite(const char* name) { return OwnedText(rewrite_func_name(name)); }
 
+// Leaves the process without a byte to allocate. Only for children, and not under a sanitizer,
+// whose allocator has rules of its own.
+void use_up_memory() {
+  const rlimit none = {0, 0};
+  setrlimit(RLIMIT_AS, &none);
+  for (std::size_t size = std::size_t{1} << 20; size > 0; size /= 2) {
+    while (void* volatile block = std::malloc(size)) static_cast<void>(block);
+  }
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kOwnAllocator = true;
+#else
+constexpr bool kOwnAllocator = false;
+#endif
+
 // ---- Level ------------------------------------------------------------------
 
 TEST(LogLevel, IsInfoInAFreshProcess) { EXPECT_EQ(vexa_get_log_level(), 1); }
@@ -364,6 +380,27 @@ TEST(LogCallSite, AssertionSaysWhereAndAborts) {
   EXPECT_THAT(child.out, MatchesRegex("vexa_app_os_al, line: [0-9]+\n"));
 }
 
+TEST(LogCallSite, WithoutMemoryEmitsTheLineWithoutMessageThreadNameAndRewriting) {
+  if (kOwnAllocator) GTEST_SKIP() << "the sanitizer's allocator does not run out like this";
+  const ChildResult child = run_in_child([] {
+    use_up_memory();
+    vexa_string_memcpy(nullptr, "x", 1);
+  });
+  EXPECT_EQ(child.exit_code, 0);
+  EXPECT_THAT(child.out,
+              MatchesRegex(".* : =ERR= \\| \\[[0-9]+ \\| [0-9]+-NULL\\] \\| vexa_string_memcpy [0-9]+ \\| "));
+}
+
+TEST(LogCallSite, WithoutMemoryPrintsAnEmptyConsoleLineWhenTheToolIsEnabled) {
+  if (kOwnAllocator) GTEST_SKIP() << "the sanitizer's allocator does not run out like this";
+  const ChildResult child = run_in_child([] {
+    vexa_set_log_tool_enable(1);
+    use_up_memory();
+    vexa_string_memcpy(nullptr, "x", 1);
+  });
+  EXPECT_THAT(child.out, MatchesRegex("oem_fwa\\[[0-9]+\\] vexa_string_memcpy\\(\\): "));
+}
+
 // ---- Function names ----------------------------------------------------------
 
 TEST(FunctionName, BothOccurrencesAreReplacedAndTheNameIsTwoShorter) {
@@ -381,6 +418,15 @@ TEST(FunctionName, WithoutTheWordIsCopied) {
 TEST(FunctionName, NullGivesNullAndEmptyGivesEmpty) {
   EXPECT_EQ(rewrite_func_name(nullptr), nullptr);
   EXPECT_STREQ(rewrite("").get(), "");
+}
+
+TEST(FunctionName, WithoutMemoryGivesNull) {
+  if (kOwnAllocator) GTEST_SKIP() << "the sanitizer's allocator does not run out like this";
+  const ChildResult child = run_in_child([] {
+    use_up_memory();
+    _exit(rewrite_func_name("vexa_dm_read") == nullptr ? 7 : 1);
+  });
+  EXPECT_EQ(child.exit_code, 7);
 }
 
 TEST(FunctionName, FindsTheWordAnywhere) {

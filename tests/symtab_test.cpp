@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -40,6 +41,22 @@ std::vector<std::string> walk(int32_t table) {
   }
   return names;
 }
+
+// Leaves the process without a byte to allocate. Only for children, and not under a sanitizer,
+// whose allocator has rules of its own.
+void use_up_memory() {
+  const rlimit none = {0, 0};
+  setrlimit(RLIMIT_AS, &none);
+  for (std::size_t size = std::size_t{1} << 20; size > 0; size /= 2) {
+    while (void* volatile block = std::malloc(size)) static_cast<void>(block);
+  }
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kOwnAllocator = true;
+#else
+constexpr bool kOwnAllocator = false;
+#endif
 
 class SymbolTable : public ::testing::Test {
  protected:
@@ -506,6 +523,87 @@ TEST(AllocationName, MemoryCopyIsZeroedWithoutData) {
   const std::unique_ptr<void, FreeMemory> zeroed(bmemdupNoBalloc(nullptr, 3));
   EXPECT_EQ(std::memcmp(zeroed.get(), "\0\0\0", 3), 0);
   EXPECT_EQ(bmemdupNoBalloc("a", -1), nullptr);
+}
+
+// ---- No memory --------------------------------------------------------------
+
+class WithoutMemory : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (kOwnAllocator) GTEST_SKIP() << "the sanitizer's allocator does not run out like this";
+  }
+};
+
+TEST_F(WithoutMemory, EverythingAnswers) {
+  const ChildResult child = run_in_child([] {
+    void** array = nullptr;
+    int32_t bound = 0;
+    use_up_memory();
+    EXPECT_EQ(hAlloc(&array), -1);
+    EXPECT_EQ(array, nullptr);
+    EXPECT_EQ(hAllocEntry(&array, &bound, 8), -1);
+    EXPECT_EQ(bound, 0);
+    EXPECT_EQ(symOpen(3), -1);
+    EXPECT_EQ(bstrdupNoBalloc("text"), nullptr);
+    EXPECT_EQ(bstrdupANoBalloc("text"), nullptr);
+    EXPECT_EQ(bmemdupNoBalloc("text", 4), nullptr);
+    EXPECT_EQ(text_of(valueString("text", 1)), nullptr);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+}
+
+TEST_F(WithoutMemory, NewNameIsNotEnteredAndAKnownOneStillReplaced) {
+  const ChildResult child = run_in_child([] {
+    const int32_t table = symOpen(1);
+    symEnter(table, "known", valueInteger(1), 1);
+    use_up_memory();
+    EXPECT_EQ(symEnter(table, "new", valueInteger(2), 2), nullptr);
+    EXPECT_EQ(symLookup(table, "new"), nullptr);
+    EXPECT_EQ(symEnter(table, "known", valueInteger(3), 3)->arg, 3);
+    EXPECT_EQ(symFirst(table)->arg, 3);
+    EXPECT_EQ(symNext(table), nullptr);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+}
+
+TEST_F(WithoutMemory, TableThatDoesNotFitLeavesItsHandleFree) {
+  const ChildResult child = run_in_child([] {
+    EXPECT_EQ(symOpen(3), 0);
+    const rlimit small = {std::size_t{1} << 30, std::size_t{1} << 30};
+    setrlimit(RLIMIT_AS, &small);
+    EXPECT_EQ(symOpen(INT32_MAX), -1);
+    EXPECT_EQ(symEnter(1, "a", valueInteger(0), 0), nullptr);
+    EXPECT_EQ(symOpen(3), 1);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+}
+
+TEST_F(WithoutMemory, EntryThatDoesNotFitLeavesItsSlotFree) {
+  const ChildResult child = run_in_child([] {
+    void** array = nullptr;
+    int32_t bound = 0;
+    take(&array);
+    const rlimit small = {std::size_t{1} << 30, std::size_t{1} << 30};
+    setrlimit(RLIMIT_AS, &small);
+    EXPECT_EQ(hAllocEntry(&array, &bound, INT32_MAX), -1);
+    EXPECT_EQ(used(array), 1);
+    EXPECT_EQ(bound, 0);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+}
+
+TEST_F(WithoutMemory, ArrayThatCannotGrowStaysAsItIs) {
+  const ChildResult child = run_in_child([] {
+    void** array = nullptr;
+    for (int i = 0; i < 16; ++i) take(&array);
+    use_up_memory();
+    void** const before = array;
+    EXPECT_EQ(hAlloc(&array), -1);
+    EXPECT_EQ(array, before);
+    EXPECT_EQ(capacity(array), 16);
+    EXPECT_EQ(used(array), 16);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
 }
 
 }  // namespace

@@ -258,7 +258,8 @@ VEXA_API int32_t vexa_dm_read_db(struct vexa_dm_handle *handle, int32_t id, char
  *       write the same data\n" (level 1), "hash:%s %s\n" (level 3), and what
  *       vexa_dm_read_db() logs while it compares.
  */
-VEXA_API int32_t vexa_dm_write_db(struct vexa_dm_handle *handle, int32_t id, const uint8_t *data, uint32_t len);
+VEXA_API int32_t vexa_dm_write_db(struct vexa_dm_handle *handle, int32_t id, const uint8_t *data,
+                                  uint32_t len);
 
 /**
  * Compares a node of the default-item list with an id, in q_linear_search() form.

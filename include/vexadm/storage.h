@@ -89,7 +89,7 @@ VEXA_DATA char db_rst_bak[64];    /**< directory of dated backups, "/mnt/vendor/
  *       fill the slots without the lock and touch no file. The first call of a
  *       process must return before other threads use the backend.
  */
-VEXA_API void sqlite_reg(struct vexa_dm_backend_ops* slots);
+VEXA_API void sqlite_reg(struct vexa_dm_backend_ops *slots);
 
 /**
  * Moves primary and journal to one directory and the backup to another.
@@ -104,7 +104,7 @@ VEXA_API void sqlite_reg(struct vexa_dm_backend_ops* slots);
  * @note Defaults, export and dated backups never move. Creates nothing. Call it
  *       before the first database access; not thread-safe. Logs nothing.
  */
-VEXA_API uintptr_t sqlite_reg_store_area(const char* primary_dir, const char* backup_dir);
+VEXA_API uintptr_t sqlite_reg_store_area(const char *primary_dir, const char *backup_dir);
 
 /** @return 0 when primary and backup both exist (logs at level 2), else (uint32_t)-1. Takes no lock. */
 VEXA_API uint32_t dm_pal_check_db_exist(void);
@@ -126,7 +126,7 @@ VEXA_API uint32_t dm_pal_delete(void);
  * @note Logs "tab:%s, key:%s \n" at level 0. Locks; blocks until the value,
  *       its backup and the journal are on storage.
  */
-VEXA_API int32_t dm_sqlite_write(uint32_t id, const struct vexa_dm_item_desc* desc, const void* data,
+VEXA_API int32_t dm_sqlite_write(uint32_t id, const struct vexa_dm_item_desc *desc, const void *data,
                                  int32_t length);
 
 /**
@@ -135,7 +135,7 @@ VEXA_API int32_t dm_sqlite_write(uint32_t id, const struct vexa_dm_item_desc* de
  * @return as dm_pal_read(); -1 also for a NULL descriptor
  * @note Logs "tab:%s, key:%s \n" at level 0. Locks.
  */
-VEXA_API int32_t dm_sqlite_read(uint32_t id, const struct vexa_dm_item_desc* desc, uint8_t* buffer,
+VEXA_API int32_t dm_sqlite_read(uint32_t id, const struct vexa_dm_item_desc *desc, uint8_t *buffer,
                                 int32_t length);
 
 /**
@@ -153,7 +153,7 @@ VEXA_API int32_t dm_sqlite_read(uint32_t id, const struct vexa_dm_item_desc* des
  * @warning When the first command cannot be started, the mutex is unlocked
  *       without having been locked: do not run a clean beside other calls.
  */
-VEXA_API uint32_t dm_sqlite_clean(char* backup);
+VEXA_API uint32_t dm_sqlite_clean(char *backup);
 
 /**
  * Stores one default value (slot def_db_const). Takes no lock.
@@ -169,7 +169,7 @@ VEXA_API uint32_t dm_sqlite_clean(char* backup);
  *         also stores the schema version and returns that write's result
  *         instead of its own.
  */
-VEXA_API uint32_t dm_sqlite_def_db_const(uint32_t id, struct vexa_dm_item_desc* desc, const void* value,
+VEXA_API uint32_t dm_sqlite_def_db_const(uint32_t id, struct vexa_dm_item_desc *desc, const void *value,
                                          uint32_t length);
 
 /**
@@ -179,7 +179,7 @@ VEXA_API uint32_t dm_sqlite_def_db_const(uint32_t id, struct vexa_dm_item_desc* 
  * @param id  not used
  * @return as dm_read_def_db(); -1 also for a NULL descriptor
  */
-VEXA_API int32_t dm_sqlite_def_db_read(uint32_t id, struct vexa_dm_item_desc* desc, uint8_t* buffer,
+VEXA_API int32_t dm_sqlite_def_db_read(uint32_t id, struct vexa_dm_item_desc *desc, uint8_t *buffer,
                                        int32_t length);
 
 /**
@@ -189,7 +189,7 @@ VEXA_API int32_t dm_sqlite_def_db_read(uint32_t id, struct vexa_dm_item_desc* de
  * @return as dm_pal_read(), as unsigned number; (uint32_t)-1 for a NULL out
  * @note Locks.
  */
-VEXA_API uint32_t dm_sqlite_read_CfgDB_version(uint8_t* out);
+VEXA_API uint32_t dm_sqlite_read_CfgDB_version(uint8_t *out);
 
 /**
  * Reads the schema version of the stored defaults (slot read_def_items_db_version).
@@ -198,7 +198,7 @@ VEXA_API uint32_t dm_sqlite_read_CfgDB_version(uint8_t* out);
  * @return as dm_read_def_db(), as unsigned number; (uint32_t)-1 for a NULL out
  * @note Locks.
  */
-VEXA_API uint32_t dm_sqlite_read_DefItemsDB_version(uint8_t* out);
+VEXA_API uint32_t dm_sqlite_read_DefItemsDB_version(uint8_t *out);
 
 /* ---- Schema version ----------------------------------------------------- */
 
@@ -210,7 +210,7 @@ VEXA_API uint32_t dm_sqlite_read_DefItemsDB_version(uint8_t* out);
  * @note Locks. Logs at level 3 " sqlite_chk_db_ver_matched \n" or " sqlite_chk_db_ver_not_matched \n",
  *       or "tmp_sqlite_ver read fail\n" / "tmp_DefItems_db_ver read fail\n".
  */
-VEXA_API void sqlite_chk_db_ver_match(uint8_t* matched);
+VEXA_API void sqlite_chk_db_ver_match(uint8_t *matched);
 
 /* ---- Item tables -------------------------------------------------------- */
 
@@ -220,7 +220,7 @@ VEXA_API void sqlite_chk_db_ver_match(uint8_t* matched);
  * @return as dm_pal_read(); -3 when table, key or buffer is NULL (logs
  *         "%s param NULL\n" at level 3)
  */
-VEXA_API int32_t dm_pal_read_by_key(const char* table, const char* key, uint8_t* buffer, int32_t length);
+VEXA_API int32_t dm_pal_read_by_key(const char *table, const char *key, uint8_t *buffer, int32_t length);
 
 /**
  * Reads a value: first from the primary, which finds and repairs a corrupt
@@ -233,7 +233,7 @@ VEXA_API int32_t dm_pal_read_by_key(const char* table, const char* key, uint8_t*
  * @return bytes copied (> 0); -1, -100, -101, -102 (see the top of this file)
  * @note Takes no lock.
  */
-VEXA_API int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t length);
+VEXA_API int32_t dm_pal_read(const char *table, const char *key, uint8_t *buffer, int32_t length);
 
 /**
  * Stores a value in primary and backup, with the journal around it.
@@ -248,7 +248,7 @@ VEXA_API int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer
  *         Failures of the journal are logged only.
  * @note Takes no lock.
  */
-VEXA_API int32_t dm_pal_write(const char* table, uint32_t id, const char* key, int32_t type, const void* data,
+VEXA_API int32_t dm_pal_write(const char *table, uint32_t id, const char *key, int32_t type, const void *data,
                               int32_t length);
 
 /**
@@ -265,8 +265,8 @@ VEXA_API int32_t dm_pal_write(const char* table, uint32_t id, const char* key, i
  *         empty value; -100; -101
  * @note Takes no lock.
  */
-VEXA_API int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t* buffer,
-                            uint32_t* crc, int32_t length);
+VEXA_API int32_t dm_read_db(const char *path, const char *table, const char *key, uint8_t *buffer,
+                            uint32_t *crc, int32_t length);
 
 /**
  * Stores a value in one database file, making table and row as needed.
@@ -276,15 +276,15 @@ VEXA_API int32_t dm_read_db(const char* path, const char* table, const char* key
  *         follow); -1 NULL or negative argument, or table not made; -101
  * @note A corrupt file is repaired once, as in dm_read_db(). Takes no lock.
  */
-VEXA_API int32_t dm_write_db(const char* path, const char* table, uint32_t id, const char* key, int32_t type,
-                             const void* data, int32_t length);
+VEXA_API int32_t dm_write_db(const char *path, const char *table, uint32_t id, const char *key, int32_t type,
+                             const void *data, int32_t length);
 
 /**
  * @param db  open database
  * @return 1 when the table holds a row of that key; 0 otherwise, also on an
  *         error, which is logged at level 3
  */
-VEXA_API int32_t dm_record_exist(struct sqlite3* db, const char* table, const char* key);
+VEXA_API int32_t dm_record_exist(struct sqlite3 *db, const char *table, const char *key);
 
 /**
  * Adds the columns id and type to a table of an older build, where missing.
@@ -293,7 +293,7 @@ VEXA_API int32_t dm_record_exist(struct sqlite3* db, const char* table, const ch
  * @return 0 both columns are there; -1 NULL argument (logs "argv NULL\n") or a
  *         failure of another kind
  */
-VEXA_API int32_t alter_table_add_column(struct sqlite3* db, const char* table, const char* key);
+VEXA_API int32_t alter_table_add_column(struct sqlite3 *db, const char *table, const char *key);
 
 /* ---- Write-state journal ------------------------------------------------ */
 
@@ -307,7 +307,7 @@ VEXA_API int32_t alter_table_add_column(struct sqlite3* db, const char* table, c
  * @return 0 stored; -1 NULL table or key, or a failure (logged at level 3)
  * @note Takes no lock.
  */
-VEXA_API int32_t dm_write_state_db(const char* item_table, uint32_t id, const char* item_key, int32_t type,
+VEXA_API int32_t dm_write_state_db(const char *item_table, uint32_t id, const char *item_key, int32_t type,
                                    int32_t len, int32_t state);
 
 /**
@@ -319,8 +319,8 @@ VEXA_API int32_t dm_write_state_db(const char* item_table, uint32_t id, const ch
  * @return 0; SQLite's code when the file cannot be opened; -1 NULL argument, no table, no row
  * @note Outputs are untouched on failure. Takes no lock. Logs the row at level 0.
  */
-VEXA_API int32_t dm_read_state_db(char* item_table, char* item_key, int32_t* id, int32_t* type, int32_t* len,
-                                  int32_t* state);
+VEXA_API int32_t dm_read_state_db(char *item_table, char *item_key, int32_t *id, int32_t *type, int32_t *len,
+                                  int32_t *state);
 
 /**
  * Finishes an interrupted write: a journal at WS_WRITE_DONE makes the record it
@@ -346,7 +346,7 @@ VEXA_API uint32_t dm_sqlite_check_database(void);
  * @note Logs "is_corrupted=%d\n" last: at level 3 when the open failed, else at
  *       level 0, even when the verdict is 1. Takes no lock.
  */
-VEXA_API uint32_t check_database_health(const char* path);
+VEXA_API uint32_t check_database_health(const char *path);
 
 /**
  * Row callback of the quick check, in sqlite3_exec() form.
@@ -357,7 +357,7 @@ VEXA_API uint32_t check_database_health(const char* path);
  * @param names   not used
  * @return 0
  */
-VEXA_API int integrity_check_callback(void* flag, int count, char** values, char** names);
+VEXA_API int integrity_check_callback(void *flag, int count, char **values, char **names);
 
 /* ---- Default-items database --------------------------------------------- */
 
@@ -369,7 +369,7 @@ VEXA_API int integrity_check_callback(void* flag, int count, char** values, char
  *         negative length (logs "%s param invald\n"), NULL argument, or table
  *         not made; -101
  */
-VEXA_API int32_t dm_write_def_db(const char* table, const char* key, int32_t type, const void* value,
+VEXA_API int32_t dm_write_def_db(const char *table, const char *key, int32_t type, const void *value,
                                  int32_t length);
 
 /**
@@ -379,7 +379,7 @@ VEXA_API int32_t dm_write_def_db(const char* table, const char* key, int32_t typ
  * @param buffer  length bytes; a longer value is cut
  * @return bytes copied (> 0); -1 NULL or negative argument, no row, empty value; -100; -101
  */
-VEXA_API int32_t dm_read_def_db(const char* table, const char* key, int32_t* type, uint8_t* buffer,
+VEXA_API int32_t dm_read_def_db(const char *table, const char *key, int32_t *type, uint8_t *buffer,
                                 int32_t length);
 
 /* ---- Commands and export ------------------------------------------------ */
@@ -394,7 +394,7 @@ VEXA_API int32_t dm_read_def_db(const char* table, const char* key, int32_t* typ
  *         (uint32_t)-1 NULL command or start failed (logged at level 3)
  * @note Blocks until the command ends. Takes no lock.
  */
-VEXA_API uint32_t dm_sqlite_system_cmd(const char* command, char* out, uint32_t out_len);
+VEXA_API uint32_t dm_sqlite_system_cmd(const char *command, char *out, uint32_t out_len);
 
 /**
  * Writes all tables of a database to DB_EXPORT_CSV, replacing it. Lines end in
@@ -406,7 +406,7 @@ VEXA_API uint32_t dm_sqlite_system_cmd(const char* command, char* out, uint32_t 
  *         4 the CSV file could not be opened
  * @note Takes no lock. Prints "Operation done successfully\n" on standard output.
  */
-VEXA_API uint32_t dm_read_all_tabs_from_db(const char* path);
+VEXA_API uint32_t dm_read_all_tabs_from_db(const char *path);
 
 /**
  * Appends one table's rows to a CSV stream.
@@ -417,7 +417,7 @@ VEXA_API uint32_t dm_read_all_tabs_from_db(const char* path);
  * @param db    open database
  * @param file  open stream, borrowed
  */
-VEXA_API void dm_export_by_table(struct sqlite3* db, const char* table, FILE* file);
+VEXA_API void dm_export_by_table(struct sqlite3 *db, const char *table, FILE *file);
 
 /**
  * Per-table callback of the export, in sqlite3_exec() form.
@@ -428,7 +428,7 @@ VEXA_API void dm_export_by_table(struct sqlite3* db, const char* table, FILE* fi
  * @param names   column names
  * @return 0; 4 when DB_EXPORT_CSV cannot be opened, which ends the enumeration
  */
-VEXA_API int dm_sqlite_db2csv_cb(void* db, int count, char** values, char** names);
+VEXA_API int dm_sqlite_db2csv_cb(void *db, int count, char **values, char **names);
 
 VEXA_END_DECLS
 

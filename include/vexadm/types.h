@@ -44,8 +44,8 @@ union vexa_dm_default_value {
   uint8_t u8;        /**< type 1 */
   uint16_t u16;      /**< type 2 */
   uint32_t u32;      /**< types 3 and 4 */
-  const char* text;  /**< type 5: terminated text; NULL counts as no default */
-  const void* block; /**< type 6: length bytes; NULL counts as no default */
+  const char *text;  /**< type 5: terminated text; NULL counts as no default */
+  const void *block; /**< type 6: length bytes; NULL counts as no default */
 };
 
 /**
@@ -67,13 +67,13 @@ struct vexa_dm_default_item {
  * what each does stands with the function of the same purpose in storage.h.
  */
 struct vexa_dm_backend_ops {
-  int32_t (*write)(uint32_t id, const struct vexa_dm_item_desc* desc, const void* data, int32_t length);
-  int32_t (*read)(uint32_t id, const struct vexa_dm_item_desc* desc, uint8_t* buffer, int32_t length);
-  uint32_t (*clean)(char* backup);
-  uint32_t (*def_db_const)(uint32_t id, struct vexa_dm_item_desc* desc, const void* value, uint32_t length);
-  int32_t (*def_db_read)(uint32_t id, struct vexa_dm_item_desc* desc, uint8_t* buffer, int32_t length);
-  uint32_t (*read_cfg_db_version)(uint8_t* out);
-  uint32_t (*read_def_items_db_version)(uint8_t* out);
+  int32_t (*write)(uint32_t id, const struct vexa_dm_item_desc *desc, const void *data, int32_t length);
+  int32_t (*read)(uint32_t id, const struct vexa_dm_item_desc *desc, uint8_t *buffer, int32_t length);
+  uint32_t (*clean)(char *backup);
+  uint32_t (*def_db_const)(uint32_t id, struct vexa_dm_item_desc *desc, const void *value, uint32_t length);
+  int32_t (*def_db_read)(uint32_t id, struct vexa_dm_item_desc *desc, uint8_t *buffer, int32_t length);
+  uint32_t (*read_cfg_db_version)(uint8_t *out);
+  uint32_t (*read_def_items_db_version)(uint8_t *out);
 };
 
 /** A data-manager handle: made by vexa_dm_reg(), freed by vexa_dm_unreg(). */

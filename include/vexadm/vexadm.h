@@ -9,14 +9,13 @@
 #ifndef VEXADM_VEXADM_H
 #define VEXADM_VEXADM_H
 
-#include "export.h"
-#include "types.h"
-
 #include "data_manager.h"
+#include "export.h"
 #include "log.h"
 #include "queue.h"
 #include "storage.h"
 #include "strings.h"
 #include "symtab.h"
+#include "types.h"
 
 #endif
