@@ -41,7 +41,7 @@ void cached_read(benchmark::State& state) {
     number = next_number(number, items);
   }
 }
-BENCHMARK(cached_read)->Name("cached read, items")->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(cached_read)->Name("cached read")->ArgName("items")->Arg(10)->Arg(100)->Arg(1000);
 
 // A list of entries, each with a lock of its own.
 struct Entry {
@@ -79,7 +79,7 @@ void least_cached_read(benchmark::State& state) {
     number = next_number(number, items);
   }
 }
-BENCHMARK(least_cached_read)->Name("floor: cached read, items")->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK(least_cached_read)->Name("floor: cached read")->ArgName("items")->Arg(10)->Arg(100)->Arg(1000);
 
 }  // namespace
 }  // namespace bench

@@ -29,7 +29,7 @@ void filtered_call_site(benchmark::State& state) {
     benchmark::DoNotOptimize(vexa_dm_cache_read(1, nullptr, 4));
   }
 }
-BENCHMARK(filtered_call_site)->Name("log, filtered, in the library");
+BENCHMARK(filtered_call_site)->Name("log call in the library, filtered");
 
 __attribute__((noipa)) int32_t refuse(uint32_t, const uint8_t* buffer, int32_t length) {
   return buffer == nullptr || length < 1 ? -3 : 0;
@@ -38,7 +38,7 @@ __attribute__((noipa)) int32_t refuse(uint32_t, const uint8_t* buffer, int32_t l
 void least_filtered_call_site(benchmark::State& state) {
   for ([[maybe_unused]] auto round : state) benchmark::DoNotOptimize(refuse(1, nullptr, 4));
 }
-BENCHMARK(least_filtered_call_site)->Name("floor: log, filtered, in the library");
+BENCHMARK(least_filtered_call_site)->Name("floor: log call in the library, filtered");
 
 void filtered_call(benchmark::State& state) {
   static char message[VEXA_LOG_MESSAGE_SIZE];
@@ -47,7 +47,7 @@ void filtered_call(benchmark::State& state) {
     benchmark::DoNotOptimize(vexa_log_printf(kDebug, message, "bench", __LINE__, "value %d\n", 7));
   }
 }
-BENCHMARK(filtered_call)->Name("log, filtered, vexa_log_printf");
+BENCHMARK(filtered_call)->Name("vexa_log_printf, filtered");
 
 void least_filtered_call(benchmark::State& state) {
   static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -57,7 +57,7 @@ void least_filtered_call(benchmark::State& state) {
     pthread_mutex_unlock(&mutex);
   }
 }
-BENCHMARK(least_filtered_call)->Name("floor: log, filtered, vexa_log_printf");
+BENCHMARK(least_filtered_call)->Name("floor: vexa_log_printf, filtered");
 
 // ---- Emitted --------------------------------------------------------------
 
@@ -105,12 +105,12 @@ void to_callback(benchmark::State& state) {
   }
   set_print_interface(nullptr);
 }
-BENCHMARK(to_callback)->Name("log, to a callback");
+BENCHMARK(to_callback)->Name("log call, to a callback");
 
 void least_to_callback(benchmark::State& state) {
   for ([[maybe_unused]] auto round : state) least_log_once(take);
 }
-BENCHMARK(least_to_callback)->Name("floor: log, to a callback");
+BENCHMARK(least_to_callback)->Name("floor: log call, to a callback");
 
 // Standard output is /dev/null for the lifetime.
 class NullOutput {
@@ -139,13 +139,13 @@ void to_null(benchmark::State& state) {
   const CountCalls calls(state);
   for ([[maybe_unused]] auto round : state) log_once();
 }
-BENCHMARK(to_null)->Name("log, to /dev/null");
+BENCHMARK(to_null)->Name("log call, to /dev/null");
 
 void least_to_null(benchmark::State& state) {
   const NullOutput output;
   for ([[maybe_unused]] auto round : state) least_log_once([](const char* line) { std::printf("%s", line); });
 }
-BENCHMARK(least_to_null)->Name("floor: log, to /dev/null");
+BENCHMARK(least_to_null)->Name("floor: log call, to /dev/null");
 
 }  // namespace
 }  // namespace bench

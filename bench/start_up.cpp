@@ -43,8 +43,8 @@ void run_starts(benchmark::State& state, const char* what) {
 void start_up(benchmark::State& state) { run_starts(state, "library"); }
 void least_start_up(benchmark::State& state) { run_starts(state, "floor"); }
 
-BENCHMARK(start_up)->Name("start-up registration, items/200")->UseManualTime()->Iterations(20);
-BENCHMARK(least_start_up)->Name("floor: start-up registration, items/200")->UseManualTime()->Iterations(20);
+BENCHMARK(start_up)->Name("start-up registration/items:200")->UseManualTime()->Iterations(20);
+BENCHMARK(least_start_up)->Name("floor: start-up registration/items:200")->UseManualTime()->Iterations(20);
 
 }  // namespace
 

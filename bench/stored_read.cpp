@@ -28,7 +28,7 @@ void stored_read(benchmark::State& state) {
     number = (number + 7) % items;
   }
 }
-BENCHMARK(stored_read)->Name("read from storage, items")->Arg(20)->Arg(200)->UseRealTime();
+BENCHMARK(stored_read)->Name("read from storage")->ArgName("items")->Arg(20)->Arg(200)->UseRealTime();
 
 void least_stored_read(benchmark::State& state) {
   const auto items = static_cast<int>(state.range(0));
@@ -43,7 +43,12 @@ void least_stored_read(benchmark::State& state) {
     number = (number + 7) % items;
   }
 }
-BENCHMARK(least_stored_read)->Name("floor: read from storage, items")->Arg(20)->Arg(200)->UseRealTime();
+BENCHMARK(least_stored_read)
+    ->Name("floor: read from storage")
+    ->ArgName("items")
+    ->Arg(20)
+    ->Arg(200)
+    ->UseRealTime();
 
 }  // namespace
 }  // namespace bench

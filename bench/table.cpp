@@ -6,13 +6,6 @@
 namespace bench {
 namespace {
 
-double median(std::vector<double> values) {
-  if (values.empty()) return 0;
-  std::ranges::sort(values);
-  const std::size_t middle = values.size() / 2;
-  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
-}
-
 std::string time_text(double nanoseconds) {
   char text[32];
   if (nanoseconds < 1e3) {
@@ -23,6 +16,10 @@ std::string time_text(double nanoseconds) {
     std::snprintf(text, sizeof text, "%.2f ms", nanoseconds / 1e6);
   }
   return text;
+}
+
+double nanoseconds_of(const benchmark::BenchmarkReporter::Run& run) {
+  return run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9;
 }
 
 // The options that google's library appends to a name are of no interest here.
@@ -36,6 +33,13 @@ std::string plain(const std::string& name) {
 
 }  // namespace
 
+double median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  std::ranges::sort(values);
+  const std::size_t middle = values.size() / 2;
+  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
 bool Table::ReportContext(const Context&) { return true; }
 
 void Table::ReportRuns(const std::vector<Run>& runs) {
@@ -47,31 +51,28 @@ void Table::ReportRuns(const std::vector<Run>& runs) {
       failed_ = true;
       continue;
     }
-    if (!samples_.contains(name)) order_.push_back(name);
+    if (std::ranges::find(order_, name) == order_.end()) order_.push_back(name);
     Samples& samples = samples_[name];
-    samples.nanoseconds.push_back(run.real_accumulated_time / static_cast<double>(run.iterations) * 1e9);
-    for (const auto& [counter, value] : run.counters) samples.counters[counter] = value;
+    const auto counter = [&run](const char* of) { return run.counters.find(of); };
+    const bool paired = counter(kOwnTime) != run.counters.end();
+    samples.nanoseconds.push_back(paired ? counter(kOwnTime)->second.value : nanoseconds_of(run));
+    if (paired) samples.floor_nanoseconds.push_back(counter(kFloorTime)->second.value);
+    for (const auto& [of, value] : run.counters) samples.counters[of] = value;
+    // A floor that is a benchmark of its own belongs to the row of the other.
+    if (name.starts_with(kFloor)) {
+      samples_[name.substr(sizeof kFloor - 1)].floor_nanoseconds.push_back(nanoseconds_of(run));
+    }
   }
 }
 
 void Table::print_row(const std::string& name) {
-  const Samples& own = samples_[name];
-  const double time = median(own.nanoseconds);
-  const auto floor = samples_.find(kFloor + name);
-  const auto calls = [](const Samples& samples, const char* counter) {
-    const auto found = samples.counters.find(counter);
-    return found == samples.counters.end() ? 0.0 : found->second;
-  };
-  std::fprintf(out_, "| %-38s | %9s ", name.c_str(), time_text(time).c_str());
-  if (floor == samples_.end()) {
-    std::fprintf(out_, "| %9s | %5s ", "", "");
-  } else {
-    const double least = median(floor->second.nanoseconds);
-    std::fprintf(out_, "| %9s | %5.2f ", time_text(least).c_str(), time / least);
-  }
-  const double floor_syncs = floor == samples_.end() ? 0 : calls(floor->second, "syncs");
-  std::fprintf(out_, "| %5.0f / %-5.0f | %11.0f | %5.0f |\n", calls(own, "syncs"), floor_syncs,
-               calls(own, "allocations"), calls(own, "locks"));
+  Samples& samples = samples_[name];
+  const double time = median(samples.nanoseconds);
+  const double floor = median(samples.floor_nanoseconds);
+  std::fprintf(out_, "| %-38s | %9s | %9s | %5.2f ", name.c_str(), time_text(time).c_str(),
+               time_text(floor).c_str(), floor > 0 ? time / floor : 0);
+  std::fprintf(out_, "| %5.0f / %-5.0f | %11.0f | %5.0f |\n", samples.counters["syncs"],
+               samples.counters["floor syncs"], samples.counters["allocations"], samples.counters["locks"]);
 }
 
 void Table::Finalize() {

@@ -29,6 +29,7 @@ class Table : public benchmark::BenchmarkReporter {
  private:
   struct Samples {
     std::vector<double> nanoseconds;
+    std::vector<double> floor_nanoseconds;
     std::map<std::string, double> counters;
   };
 
@@ -41,6 +42,12 @@ class Table : public benchmark::BenchmarkReporter {
 };
 
 inline constexpr char kFloor[] = "floor: ";
+
+// Counters of a benchmark that measures its floor itself; nanoseconds.
+inline constexpr char kOwnTime[] = "own time";
+inline constexpr char kFloorTime[] = "floor time";
+
+double median(std::vector<double> values);
 
 }  // namespace bench
 

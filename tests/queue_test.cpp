@@ -278,6 +278,17 @@ TEST_F(Queue, MoveOfNothingDoesNotWaitForTheDestination) {
   pthread_mutex_unlock(&queue_.lock);
 }
 
+TEST_F(Queue, MoveOfElementsWaitsForTheDestination) {
+  const ChildResult child = run_in_child(
+      [this] {
+        put(other_, {&e1_});
+        pthread_mutex_lock(&queue_.lock);
+        q_m_put(&queue_, &other_);
+      },
+      1);
+  EXPECT_TRUE(child.timed_out);
+}
+
 TEST_F(Queue, MoveFromABrokenCountAnnouncesItAndLeavesNoLastLink) {
   const ChildResult child = run_in_child([this] {
     put(queue_, {&e1_, &e2_});

@@ -372,6 +372,14 @@ TEST(SymbolHandle, SeventeenTablesAreOpenTogether) {
   }
 }
 
+TEST(SymbolHandle, OldOnesBeyondANewArrayAreNotOpen) {
+  for (int32_t i = 0; i < 17; ++i) symOpen(3);
+  for (int32_t i = 0; i < 17; ++i) symClose(i);
+  EXPECT_EQ(symOpen(3), 0);
+  EXPECT_EQ(symLookup(16, "a"), nullptr);
+  symClose(0);
+}
+
 TEST(SymbolModule, FirstUserFindsNoTables) {
   const int32_t forgotten = symOpen(3);
   symEnter(forgotten, "a", valueInteger(0), 0);
@@ -388,7 +396,20 @@ TEST(SymbolModule, FirstUserFindsNoTables) {
   symClose(forgotten);
 }
 
-TEST(SymbolModule, UsersAreNeverFewerThanNone) {
+TEST(SymbolModule, UsersAreNeverFewerThanNoneSoTheNextOneIsTheFirst) {
+  const int32_t forgotten = symOpen(3);
+  symEnter(forgotten, "a", valueInteger(0), 0);
+  const ChildResult child = run_in_child([forgotten] {
+    symSubClose();
+    symSubClose();
+    symSubOpen();
+    _exit(symLookup(forgotten, "a") == nullptr ? 7 : 1);
+  });
+  EXPECT_EQ(child.exit_code, 7);
+  symClose(forgotten);
+}
+
+TEST(SymbolModule, OnlyTheFirstUserForgetsTables) {
   symSubClose();
   symSubClose();
   symSubOpen();

@@ -21,7 +21,7 @@ uint32_t vexa_strlcpy(char* dst, const char* src, uint32_t size) {
 uint32_t vexa_strlcat(char* dst, const char* src, uint32_t size) {
   if (!dst || !src) return 0;
   const auto used = static_cast<uint32_t>(strnlen(dst, size));
-  if (used == size) return size + static_cast<uint32_t>(std::strlen(src));
+  // Without a terminator nothing is left of the size, and nothing is written.
   return used + vexa_strlcpy(dst + used, src, size - used);
 }
 
