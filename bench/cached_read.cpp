@@ -14,24 +14,12 @@
 namespace bench {
 namespace {
 
-constexpr int kValueSize = 4;
-
-// The cache keeps the order of first stores, so the first n ids cost what a cache of n items costs.
-void fill_cache() {
-  static const bool filled = [] {
-    for (int number = 0; number < kMostItems; ++number) {
-      vexa_dm_cache_write(static_cast<uint32_t>(id_of(number)), "abcd", kValueSize);
-    }
-    return true;
-  }();
-  benchmark::DoNotOptimize(filled);
-}
+constexpr int kValueSize = kCachedSize;
 
 // Every item in turn, in an order that a linear search cannot like.
 int next_number(int number, int items) { return (number + 7) % items; }
 
 void cached_read(benchmark::State& state) {
-  fill_cache();
   const auto items = static_cast<int>(state.range(0));
   std::array<uint8_t, kValueSize> buffer = {};
   int number = 0;

@@ -59,10 +59,8 @@ CountCalls::~CountCalls() {
   const auto each = [&](uint64_t after, uint64_t before) {
     return static_cast<double>(after - before) / iterations;
   };
-  const double syncs = each(now.syncs, before_.syncs);
   const double allocations = each(now.allocations, before_.allocations);
   const double locks = each(now.locks, before_.locks);
-  state_.counters["syncs"] = syncs;
   state_.counters["allocations"] = allocations;
   state_.counters["locks"] = locks;
 }

@@ -19,7 +19,7 @@ struct CallCount {
 
 CallCount calls_so_far();
 
-// The calls of a benchmark's loop, as its counters "syncs", "allocations" and "locks" per iteration.
+// The calls of a benchmark's loop, as its counters "allocations" and "locks" per iteration.
 class CountCalls {
  public:
   explicit CountCalls(benchmark::State& state) : state_(state), before_(calls_so_far()) {}

@@ -110,6 +110,12 @@ vexa_dm_handle* handle() {
   return made;
 }
 
+void fill_cache() {
+  for (int number = 0; number < kMostItems; ++number) {
+    vexa_dm_cache_write(static_cast<uint32_t>(id_of(number)), "none", kCachedSize);
+  }
+}
+
 void select_store(std::size_t value_size, int items) {
   const std::string directory = std::to_string(value_size) + "x" + std::to_string(items) + "/";
   vexa_dm_reg_store_area(VEXA_DM_BACKEND_SQLITE, directory.c_str(), directory.c_str());

@@ -40,6 +40,11 @@ vexa_dm_handle* handle();
 // An item table of kMostItems rows, for registration.
 std::vector<vexa_dm_default_item> item_table(const char* text);
 
+// Caches every item with a short value. Before anything else: the cache keeps the order of first
+// stores and is searched from its start, so the first n items then cost what a cache of n costs.
+inline constexpr int kCachedSize = 4;
+void fill_cache();
+
 // A directory with primary, backup and journal of that many items of that many bytes each, made
 // when it is not there, and selected as the library's store area.
 void select_store(std::size_t value_size, int items);

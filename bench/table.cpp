@@ -2,6 +2,7 @@
 #include "table.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace bench {
 namespace {
@@ -71,14 +72,18 @@ void Table::print_row(const std::string& name) {
   const double floor = median(samples.floor_nanoseconds);
   std::fprintf(out_, "| %-38s | %9s | %9s | %5.2f ", name.c_str(), time_text(time).c_str(),
                time_text(floor).c_str(), floor > 0 ? time / floor : 0);
-  std::fprintf(out_, "| %5.0f / %-5.0f | %11.0f | %5.0f |\n", samples.counters["syncs"],
-               samples.counters["floor syncs"], samples.counters["allocations"], samples.counters["locks"]);
+  const auto calls = [&samples](const char* counter) {
+    const auto found = samples.counters.find(counter);
+    return found == samples.counters.end() ? std::string() : std::to_string(std::lround(found->second));
+  };
+  std::fprintf(out_, "| %5s | %11s | %11s | %5s |\n", calls("syncs").c_str(), calls("floor syncs").c_str(),
+               calls("allocations").c_str(), calls("locks").c_str());
 }
 
 void Table::Finalize() {
-  std::fprintf(out_, "| %-38s | %9s | %9s | %5s | syncs / floor | allocations | locks |\n", "", "library",
-               "floor", "ratio");
-  std::fprintf(out_, "|%s|----------:|----------:|------:|--------------:|------------:|------:|\n",
+  std::fprintf(out_, "| %-38s | %9s | %9s | %5s | syncs | floor syncs | allocations | locks |\n", "",
+               "library", "floor", "ratio");
+  std::fprintf(out_, "|%s|----------:|----------:|------:|------:|------------:|------------:|------:|\n",
                std::string(40, '-').c_str());
   std::ranges::sort(order_);
   for (const std::string& name : order_) {
