@@ -58,9 +58,11 @@ int tell_first_start(const Arguments&) {
 
   const int found = stored_defaults(store);
   const auto total = items().size();
-  return report({empty && match == 1 && found == static_cast<int>(total),
-                 "version 0x00010001 twice, " + of(static_cast<int>(total), total) + " defaults stored",
-                 "version " + here + " and " + defaults + ", " + of(found, total) + " defaults stored"});
+  return report(
+      {empty && match == 1 && found == static_cast<int>(total),
+       "empty flash, version 0x00010001 twice, " + of(static_cast<int>(total), total) + " defaults stored",
+       std::string(empty ? "empty flash" : "files on the flash") + ", version " + here + " and " + defaults +
+           ", " + of(found, total) + " defaults stored"});
 }
 
 // ---- 2. Defaults ----------------------------------------------------------
