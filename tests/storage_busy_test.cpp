@@ -6,14 +6,18 @@
 #include <unistd.h>
 #include <vexadm/vexadm.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <string>
 
 #include "support/device_fixture.h"
+#include "support/log_capture.h"
 
 using vexa_test::DeviceTest;
+using vexa_test::LogCapture;
+using vexa_test::LogLine;
 
 namespace {
 
@@ -164,6 +168,28 @@ TEST_F(Busy, ALockedJournalDoesNotEatTheTimeThatThePrimaryNeeds) {
   LockHolder journal(DB_STATE, "begin exclusive", kTooLong);
   LockHolder primary(DB_CONFIG, "begin immediate", milliseconds(1500));
   EXPECT_EQ(write("new"), 0);
+  EXPECT_EQ(read(), "new");
+}
+
+TEST_F(Busy, AWriteThatThePrimaryRefusesDoesNotReachTheBackup) {
+  LockHolder holder(DB_CONFIG, "begin immediate", kTooLong);
+  LogCapture log;
+  EXPECT_EQ(write("new"), 0);
+  EXPECT_EQ(read(), "old");
+  const auto& lines = log.lines();
+  EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const LogLine& line) {
+    return line.level == 3 && line.function == "dm_update_record" &&
+           line.message == std::to_string(line.line) + " step failed rc: 5\n";
+  }));
+}
+
+TEST_F(Busy, ABackupLockedForTooLongKeepsThePreviousValueUntilTheNextWrite) {
+  LockHolder holder(DB_CONFIGBAK, "begin immediate", kTooLong);
+  EXPECT_EQ(write("new"), 0);
+  holder.release();
+  EXPECT_EQ(read(), "old");
+  const vexa_dm_item_desc other{"NET", "other", VEXA_DM_STRING};
+  EXPECT_EQ(slots.write(2, &other, "x", 1), 0);
   EXPECT_EQ(read(), "new");
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Shell commands of the backend, and the clean with its rotation of dated copies.
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -7,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -137,8 +137,8 @@ TEST_F(Clean, WithBackupMakesADatedCopyEndingInOne) {
   EXPECT_EQ(names_in("/data"), only_defaults_);
   const std::vector<std::string> copies = names_in(kRotation);
   ASSERT_EQ(copies.size(), 1u);
-  EXPECT_TRUE(std::regex_match(copies[0], std::regex("\\d{4}-\\d\\d-\\d\\d_\\d\\d_\\d\\d_\\d\\d\\.db1")))
-      << copies[0];
+  EXPECT_THAT(copies[0],
+              ::testing::MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2}_[0-9]{2}_[0-9]{2}_[0-9]{2}\\.db1"));
   std::tm stamp = {};
   ASSERT_NE(strptime(copies[0].c_str(), "%Y-%m-%d_%H_%M_%S", &stamp), nullptr);
   stamp.tm_isdst = -1;

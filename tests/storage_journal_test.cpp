@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The write-state journal and what a start does with an interrupted write.
+#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
 #include <climits>
 #include <cstdint>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -464,8 +464,7 @@ TEST_F(StartCheck, ALengthThatCannotBeAllocatedStopsTheProcess) {
   });
 
   EXPECT_EQ(result.signal, SIGABRT);
-  EXPECT_TRUE(std::regex_match(result.out, std::regex("sqlite3/src/vexa_dm_sqlite, line: [0-9]+\n")))
-      << result.out;
+  EXPECT_THAT(result.out, ::testing::MatchesRegex("sqlite3/src/vexa_dm_sqlite, line: [0-9]+\n"));
 }
 
 }  // namespace

@@ -240,7 +240,11 @@ VEXA_API int32_t dm_pal_read(const char *table, const char *key, uint8_t *buffer
  *
  * Steps: journal WS_READY, primary, quick check of the primary, durable atomic
  * copy of the primary over the backup, journal WS_WRITE_DONE, WS_BACKUP_DONE.
- * When it returns 0 and the row was written, the value survives a power cut.
+ * When it returns 0, the row was written and the backup was refreshed, the
+ * value survives a power cut. Where the whole file cannot be copied, the record
+ * alone goes into the backup. A primary that fails its check, or a backup that
+ * cannot be written at all (locked for longer than the budget), leaves the
+ * previous value readable until a later write succeeds; the log tells.
  *
  * @param table, id, key, type  the row; table and key unescaped SQL text
  * @param data    length bytes; borrowed

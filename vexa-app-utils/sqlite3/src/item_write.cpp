@@ -37,7 +37,7 @@ int create_table(Database& db, const char* table) {
   return code;
 }
 
-void update_record(Database& db, const Item& item) {
+bool update_record(Database& db, const Item& item) {
   constexpr char kRow[] = "dm_update_record";
   const int32_t crc = vexa::storage::value_crc(item.data, item.length);
   VEXA_LOG(vexa::log::kDebug, kRow, "wr crc: 0x%x\n", static_cast<unsigned>(crc));
@@ -48,21 +48,43 @@ void update_record(Database& db, const Item& item) {
                             item.table, id, item.type, item.length, crc, item.key)
                       : Sql("insert into %s (id, key, type, len, crc, value) values(%d, '%s',%d, %d, %d, ?)",
                             item.table, id, item.key, item.type, item.length, crc);
-  vexa::storage::write_row(db, {kRow, sql.get(), present, item.table, item.key, item.data, item.length});
+  return vexa::storage::write_row(db,
+                                  {kRow, sql.get(), present, item.table, item.key, item.data, item.length});
 }
 
-// Table and row in one transaction. SQLite's code of making the table.
-int store(Database& db, const Item& item) {
+struct Stored {
+  int code;  // SQLite's, of making the table
+  bool row;  // false: the row could not be written, which the log says
+};
+
+// Table and row in one transaction.
+Stored store(Database& db, const Item& item) {
   // Where no transaction can be had, each statement is its own: the same results, said by
   // the statement that fails.
   db.begin(Database::Begin::kDurable);
-  if (!db.is_open()) return SQLITE_CANTOPEN;
-  int code = create_table(db, item.table);
-  if (code != SQLITE_OK) return code;
-  update_record(db, item);
+  if (!db.is_open()) return {SQLITE_CANTOPEN, false};
+  if (const int code = create_table(db, item.table); code != SQLITE_OK) return {code, false};
+  const bool row = update_record(db, item);
+  if (vexa::storage::commit_row(db, "dm_update_record")) return {SQLITE_OK, row};
   // The table goes with a commit that fails, unless it was there before: ask again.
-  if (!vexa::storage::commit_row(db, "dm_update_record")) code = create_table(db, item.table);
-  return code;
+  return {create_table(db, item.table), false};
+}
+
+// As dm_write_db, and tells whether the row was written.
+int32_t write_item(const char* path, const Item& item, bool& row_written) {
+  for (bool repaired = false;; repaired = true) {
+    Database db;
+    db.open(path);
+    const auto [code, row] = store(db, item);
+    if (!db.is_open()) {
+      VEXA_LOG(vexa::log::kError, kSelf, "sqlite3_open failed: %s\n", db.error());
+      return -101;
+    }
+    row_written = row;
+    if (code == SQLITE_OK) return 0;
+    if (code != SQLITE_CORRUPT || repaired) return -1;
+    vexa::storage::repair_primary(vexa::storage::RepairFor::kWrite, path, db);
+  }
 }
 
 // Where the whole file cannot be copied (storage full, the directory not writable), the record
@@ -91,18 +113,8 @@ int32_t dm_write_db(const char* path, const char* table, uint32_t id, const char
     return -1;
   }
   const CallBudget budget;
-  for (bool repaired = false;; repaired = true) {
-    Database db;
-    db.open(path);
-    const int code = store(db, {table, id, key, type, data, length});
-    if (!db.is_open()) {
-      VEXA_LOG(vexa::log::kError, kSelf, "sqlite3_open failed: %s\n", db.error());
-      return -101;
-    }
-    if (code == SQLITE_OK) return 0;
-    if (code != SQLITE_CORRUPT || repaired) return -1;
-    vexa::storage::repair_primary(vexa::storage::RepairFor::kWrite, path, db);
-  }
+  bool row_written = false;
+  return write_item(path, {table, id, key, type, data, length}, row_written);
 }
 
 int32_t dm_pal_write(const char* table, uint32_t id, const char* key, int32_t type, const void* data,
@@ -115,11 +127,13 @@ int32_t dm_pal_write(const char* table, uint32_t id, const char* key, int32_t ty
   const CallBudget budget;
   const Item item{table, id, key, type, data, length};
   record_state(item, WS_READY, "WS_READY");
-  if (dm_write_db(DB_CONFIG, table, id, key, type, data, length) < 0) {
+  bool row_written = false;
+  if (write_item(DB_CONFIG, item, row_written) < 0) {
     VEXA_LOG(vexa::log::kError, kPal, "dm_update_db: \n");
     return -1;
   }
-  if (vexa::storage::refresh_backup() == vexa::storage::Refresh::kNotCopied) store_in_backup(item);
+  const bool copied = vexa::storage::refresh_backup() != vexa::storage::Refresh::kNotCopied;
+  if (!copied && row_written) store_in_backup(item);
   record_state(item, WS_WRITE_DONE, "WS_WRITE_DONE");
   record_state(item, WS_BACKUP_DONE, "WS_BACKUP_DONE");
   return 0;

@@ -33,23 +33,23 @@ void log_step_failure(const char* function, int code) {
 
 }  // namespace
 
-void write_row(Database& db, const RowWrite& row) {
+bool write_row(Database& db, const RowWrite& row) {
   Statement statement;
   if (prepare(db, row, statement) != SQLITE_OK) {
     if (alter_table_add_column(db.get(), row.table, row.key) != 0) {
       VEXA_LOG(log::kError, row.function, "alter_table_add_column failed\n");
-      return;
+      return false;
     }
-    if (prepare(db, row, statement) != SQLITE_OK) return;
+    if (prepare(db, row, statement) != SQLITE_OK) return false;
   }
   if (const int bound = sqlite3_bind_blob(statement.get(), 1, row.data, row.length, SQLITE_STATIC);
       bound != SQLITE_OK) {
     log_bind_failure(row, bound);
-    return;
+    return false;
   }
-  if (const int stepped = sqlite3_step(statement.get()); stepped != SQLITE_DONE) {
-    log_step_failure(row.function, stepped);
-  }
+  const int stepped = sqlite3_step(statement.get());
+  if (stepped != SQLITE_DONE) log_step_failure(row.function, stepped);
+  return stepped == SQLITE_DONE;
 }
 
 bool commit_row(Database& db, const char* function) {

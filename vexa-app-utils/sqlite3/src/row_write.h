@@ -20,8 +20,8 @@ struct RowWrite {
 };
 
 // Prepares (adding columns of an older build's table where that helps), binds and steps.
-// Failures are logged and go no further: the steps that follow a row belong to the caller.
-void write_row(Database& db, const RowWrite& row);
+// Failures are logged: the steps that follow a row belong to the caller.
+bool write_row(Database& db, const RowWrite& row);
 
 // Commits the row. A failed commit is logged as the failed step that it is.
 bool commit_row(Database& db, const char* function);
