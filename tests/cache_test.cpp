@@ -92,6 +92,16 @@ TEST(Cache, AShorterValueReplacesALongerOne) {
   EXPECT_EQ(cached.buffer, "abc?????????????????");
 }
 
+TEST(Cache, AShorterValueWipesWhatIsLeftOfTheLongerOne) {
+  VEXA_NEEDS_OWN_CALLOC();
+  const CallocSpy spy(10);
+  store(1, "0123456789");
+  store(1, "abc");
+
+  ASSERT_NE(spy.block(), nullptr);
+  EXPECT_EQ(std::string(static_cast<char*>(spy.block()), 10), std::string("abc\0\0\0\0\0\0\0", 10));
+}
+
 TEST(Cache, ALongerValueReplacesAShorterOne) {
   store(1, "abc");
   store(1, "0123456789");

@@ -4,6 +4,7 @@
 #include <vexadm/data_manager.h>
 #include <vexadm/log.h>
 #include <vexadm/storage.h>
+#include <vexadm/symtab.h>
 
 #include <csignal>
 #include <cstdint>
@@ -60,6 +61,7 @@ TEST(Registration, OfAnEmptyTableRegistersNothing) {
 
   EXPECT_EQ(read_item(backend.handle, 1).result, -3);
   EXPECT_EQ(read_item(backend.handle, -1).result, -3);
+  EXPECT_EQ(symOpen(3), 1);  // table 0 is the items', open although it is empty
 }
 
 TEST(Registration, SetsTheTypeOfEachDescriptor) {
@@ -139,6 +141,32 @@ TEST(Registration, WithoutMemoryForARowStopsTheProcess) {
     const FailingCalloc starved(3 * sizeof(void*));
     vexa_dm_reg_def_items(table);
   });
+}
+
+TEST(Registration, WithoutMemoryForASymbolStopsTheProcess) {
+  VEXA_NEEDS_OWN_CALLOC();
+  vexa_dm_default_item table[] = {text_item(1, "A", "one"), end_of_table()};
+  vexa_dm_default_item more[] = {text_item(2, "B", "two"), end_of_table()};
+  ASSERT_EQ(vexa_dm_reg_def_items(table), 0);
+
+  expect_assertion([&more] {
+    const FailingCalloc starved(sizeof(vexa_sym_entry));
+    vexa_dm_reg_def_items(more);
+  });
+}
+
+TEST(CompiledDefaults, OfAnIdThatOnlyTheSymbolTableKnowsAreNotFound) {
+  FakeBackend backend;
+  vexa_dm_default_item table[] = {text_item(1, "A", "one"), end_of_table()};
+  vexa_dm_default_item stray = text_item(77, "STRAY", "none");
+  ASSERT_EQ(vexa_dm_reg_def_items(table), 0);
+  ASSERT_NE(symEnter(0, "77", valueSymbol(&stray.desc), 0), nullptr);
+  const LogCapture log;
+
+  EXPECT_EQ(read_item(backend.handle, 77).result, -1);
+
+  EXPECT_TRUE(log.has(0, "oem_dm_try_read_def_value", "vexa_dm_try_read_def_value def value not found!\n"));
+  EXPECT_TRUE(log.has(3, "oem_dm_read", "oem_dm_read def value:4d not register!\n"));
 }
 
 TEST(Construct, WithoutRegisteredItemsIsMinusOne) {

@@ -128,12 +128,13 @@ TEST_F(ItemRead, TakesACachedValueWithoutTheBackendEvenForAnUnknownId) {
 }
 
 TEST_F(ItemRead, CutsACachedValueToTheBuffer) {
-  vexa_dm_cache_write(kBare, "hello", 5);
+  vexa_dm_cache_write(kUnknown, "hello", 5);
 
-  const Answer answer = read(kBare, 2);
+  const Answer answer = read(kUnknown, 2);
 
   EXPECT_EQ(answer.result, 2);
   EXPECT_EQ(answer.bytes, "he");
+  EXPECT_THAT(backend.calls, IsEmpty());
 }
 
 TEST_F(ItemRead, AsksTheBackendOnceAndCachesItsAnswer) {

@@ -33,7 +33,7 @@ std::string parent_of(const std::string& path) { return path.substr(0, path.rfin
 
 std::string project() { return parent_of(parent_of(__FILE__)); }
 
-std::string library_directory() {
+[[maybe_unused]] std::string library_directory() {
   Dl_info info{};
   return dladdr(reinterpret_cast<const void*>(&vexa_dm_reg), &info) != 0 ? parent_of(info.dli_fname) : "";
 }

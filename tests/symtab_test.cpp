@@ -627,4 +627,18 @@ TEST_F(WithoutMemory, ArrayThatCannotGrowStaysAsItIs) {
   EXPECT_EQ(child.exit_code, 0) << child.out;
 }
 
+TEST(SymbolWalk, EndsWhenATableIsClosed) {
+  const int32_t table = symOpen(1);
+  symEnter(table, "a", valueInteger(1), 0);
+  symEnter(table, "b", valueInteger(2), 0);
+  ASSERT_NE(symFirst(table), nullptr);
+  symClose(table);
+  const int32_t next = symOpen(1);
+  symEnter(next, "c", valueInteger(3), 0);
+
+  EXPECT_EQ(symNext(next), nullptr);
+  EXPECT_NE(symFirst(next), nullptr);
+  symClose(next);
+}
+
 }  // namespace

@@ -21,7 +21,7 @@ int digit_value(char c) {
 
 }  // namespace
 
-// The refusals are debug messages: callers try texts of unknown shape, and a failure is an answer.
+// The refusals are debug messages: "no hexadecimal text" is an answer here, not an error.
 int32_t vexa_hex_StringToBinary(const char* hex, uint32_t hex_len, uint8_t* out, uint32_t out_size) {
   constexpr const char* kName = "vexa_hex_StringToBinary";
   if (hex_len % 2 != 0) {
@@ -83,7 +83,7 @@ int32_t vexa_change_hexstr_to_str(const char* hex, uint8_t* out) {
     if (!std::isxdigit(static_cast<unsigned char>(hex[i]))) return -1;
   }
   for (std::size_t i = 0; i < length / 2; ++i) {
-    // Combined, not stored: callers lay digits over bits that they have set before.
+    // Combined, not stored: what the buffer holds shows through unless the caller cleared it.
     out[i] = static_cast<uint8_t>(out[i] | digit_value(hex[2 * i]) << 4 | digit_value(hex[2 * i + 1]));
   }
   return 0;

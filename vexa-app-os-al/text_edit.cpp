@@ -90,7 +90,7 @@ int32_t replace_str(char* str, const char* old, const char* new_text) {
   result.append({str, static_cast<std::size_t>(found - str)});
   result.append(new_text);
   result.append(found + std::strlen(old));
-  // Without a terminator: callers replace inside fixed fields, whose remainder they keep.
+  // Without a terminator: what stands behind the result in the field is kept.
   vexa_string_memcpy(str, result.text(), result.length());
   return 0;
 }

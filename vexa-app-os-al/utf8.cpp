@@ -29,7 +29,7 @@ int32_t vexa_utf8_Copy(char* dst, const char* src, uint32_t dst_size, uint32_t* 
   uint32_t pos = 0;
   while (src[pos] != '\0') {
     const auto length = static_cast<uint32_t>(vexa_utf8_NumBytesInChar(static_cast<uint8_t>(src[pos])));
-    // Not an error: a text in another encoding counts as no text, and callers go on with none.
+    // Not an error: a text in another encoding counts as no text.
     if (length == 0) return finish(dst, 0, out_len, 0);
     if (length >= dst_size - pos) return finish(dst, pos, out_len, -1);
     // Never past the terminator, which may come before the character is complete.

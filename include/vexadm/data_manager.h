@@ -58,7 +58,7 @@ VEXA_BEGIN_DECLS
  * Told after the backend has accepted a value, before the cache has it.
  *
  * Runs in the writer's thread. A vexa_dm_read() of the id from here still
- * gives what the cache held before.
+ * gives what the cache held before, or the new value if the id was not cached.
  *
  * @param id      item id
  * @param data    length bytes, the writer's own buffer; borrowed for the call
@@ -151,8 +151,9 @@ VEXA_API uint32_t dm_pal_check_db_health(const char *path);
  * @param id      item id
  * @param buffer  at least len bytes; receives the value, without a terminator
  * @param len     capacity in bytes, at least 1
- * @return bytes of the value, 0 when it is empty or when run-clean state
- *         suppresses the stored default (the buffer is untouched then);
+ * @return bytes of the value, 0 when it is empty, when run-clean state
+ *         suppresses the stored default (the buffer is untouched then), or for a
+ *         compiled-in default whose type is not 1 to 6;
  *         -3 NULL handle or buffer, len < 1, id neither cached nor registered;
  *         -1 nothing stored and no default; with matching versions the result
  *         of reading the stored defaults (-1, -100, -101).
@@ -163,6 +164,12 @@ VEXA_API uint32_t dm_pal_check_db_health(const char *path);
  *          the size of the item's default at least.
  * @note Logs "DM_RD_MEM ret %d\n" and "hash:%s %s\n" (level 1); "%s def
  *       value:%x not register!\n" (level 3) when no default helps.
+ * @note The cache logs as in vexa_dm_rd_from_mem() and vexa_dm_wr_to_mem(), the
+ *       version check as in sqlite_chk_db_ver_match(). The default adds, under
+ *       vexa_dm_try_read_def_value: "%s def value not found!\n" and "%s def value
+ *       is a NULL!\n" (level 0), "ver_match fail,so ignore DefItems data!\n",
+ *       "%s def value is %d\n" and "%s def value is %s\n" (level 3). The last two
+ *       show the default itself: a secret does not belong into a default.
  */
 VEXA_API int32_t vexa_dm_read(struct vexa_dm_handle *handle, int32_t id, uint8_t *buffer, int32_t len);
 
@@ -182,7 +189,8 @@ VEXA_API int32_t vexa_dm_read(struct vexa_dm_handle *handle, int32_t id, uint8_t
  *         untouched
  * @note Logs "Try to write the same data\n" (level 1), "hash:%s %s\n",
  *       "vexa_dm_is_run_clean: %d" and "write cb ret:%d" (level 0, the last two
- *       without a line end). When memory for the comparison runs out, the value
+ *       without a line end), and what vexa_dm_read() logs, which makes the
+ *       comparison. When memory for the comparison runs out, the value
  *       is written without it. Holds no lock while the callback runs.
  */
 VEXA_API int32_t vexa_dm_write(struct vexa_dm_handle *handle, int32_t id, const void *data, int32_t len);
@@ -281,7 +289,9 @@ VEXA_API uint32_t vexa_dm_compare_id(const void *node, const void *id);
  *
  * @param table  rows up to one with id -1; they stay the caller's, valid and
  *               writable until the process ends. desc.type of each row is set
- *               to its type now, and again by later default reads and writes.
+ *               to its type now and by vexa_dm_construct_def_database(); a read
+ *               that asks the stored defaults sets it to the stored type, or to 0
+ *               when they have none, and later writes store that type.
  * @return 0, also when the first row's id is -1; -3 for NULL; -4 when the symbol
  *         table could not be opened (logs "oem_dm_def_reg_map_symtab open failed\n"
  *         at level 3). Aborts when memory for a row runs out.
@@ -295,10 +305,11 @@ VEXA_API int32_t vexa_dm_reg_def_items(struct vexa_dm_default_item *table);
  * Failures of single items are not reported.
  *
  * @param type  backend type; any but VEXA_DM_BACKEND_SQLITE aborts when items are registered
- * @return 0; (int32_t)-1 when no item is registered, in which case the handle
+ * @return 0; -1 when no item is registered, in which case the handle
  *         made for the call is not given back: do not call it in a loop
  * @note Blocks on storage. Logs "tmp_cnt %d!\n" and "tmp_cnt-- %d!\n" (level 0)
- *       with the items registered and left.
+ *       with the items registered and left. Takes no lock; not beside writes
+ *       of the same items.
  */
 VEXA_API int32_t vexa_dm_construct_def_database(uint32_t type);
 
@@ -402,7 +413,8 @@ VEXA_API int32_t vexa_dm_cache_read(uint32_t id, uint8_t *buffer, int32_t len);
  *                    untouched when it does not come to a write
  * @return 0; 3 a key or value is empty or both are too long together ("length of
  *         key or value error\n"), or the text would grow over
- *         DM_MAX_KEY_VALUE_STRLEN; -3 NULL key, value or new_length; a negative
+ *         DM_MAX_KEY_VALUE_STRLEN ("ERROR: the length of db str out of
+ *         DM_MAX_KEY_VALUE_STRLEN\n"); -3 NULL key, value or new_length; a negative
  *         result of vexa_dm_read() ("read db failed\n"), -3 also when memory
  *         runs out; a non-zero result of vexa_dm_write() ("write db failed\n")
  * @warning A text of exactly DM_MAX_KEY_VALUE_STRLEN bytes is stored without its last ";".

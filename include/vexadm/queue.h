@@ -141,6 +141,8 @@ VEXA_API int32_t q_cnt(q_queue *queue);
  *
  * @param destination  receives them
  * @param source       is empty and usable afterwards; another queue than destination
+ * @note An empty source ends the call at once, even with a NULL destination, which
+ *       is only announced. With source as destination the call blocks for ever.
  * @note Locks source, then destination: threads that move in both directions at
  *       once can block each other for ever.
  * @note The first moved link's prev still names source: reach it through next,

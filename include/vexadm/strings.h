@@ -213,7 +213,8 @@ VEXA_API int32_t vexa_utf8_Copy(char *dst, const char *src, uint32_t dst_size, u
  * Creates a directory and those above it.
  *
  * @param path  text of at most 511 bytes, relative or absolute; one slash at its
- *              end is ignored. An empty path and "/" are refused
+ *              end is ignored. An empty path and "/" are refused, and so is a path
+ *              with a byte that cannot begin a UTF-8 character
  * @param mode  permission bits of new directories, before the process's umask
  * @retval 0  every name of the path exists; what exists is not looked at further,
  *            so a file in the last place passes

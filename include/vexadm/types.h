@@ -59,7 +59,13 @@ struct vexa_dm_default_item {
   struct vexa_dm_item_desc desc;     /**< where the item is kept; desc.key is also its name in log lines */
   union vexa_dm_default_value value; /**< compiled-in default */
   int32_t type;                      /**< value type, see vexa_dm_type */
-  int32_t length;                    /**< bytes of the default value; negative: the item has none */
+  /**
+   * Bytes of the default value; negative: the item has none. Types 1 to 4: the
+   * width, 1, 2 or 4, which a read returns as it stands; stored defaults take so
+   * many bytes from the field's address, so never more than 4. Texts are measured,
+   * only the sign of length counts.
+   */
+  int32_t length;
 };
 
 /**

@@ -43,6 +43,25 @@ class FailingCalloc {
   static inline std::size_t largest_ = 0;
 };
 
+// Remembers the last block of a size that calloc gave.
+class CallocSpy {
+ public:
+  explicit CallocSpy(std::size_t size) { size_ = size; }
+  ~CallocSpy() { size_ = 0; }
+  CallocSpy(const CallocSpy&) = delete;
+  CallocSpy& operator=(const CallocSpy&) = delete;
+
+  void* block() const { return block_; }
+  static void* seen(std::size_t size, void* block) {
+    if (size == size_) block_ = block;
+    return block;
+  }
+
+ private:
+  static inline std::size_t size_ = 0;
+  static inline void* block_ = nullptr;
+};
+
 }  // namespace vexa_test
 
 #if VEXA_TEST_OWN_CALLOC
@@ -50,7 +69,7 @@ extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
 
 extern "C" __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size) noexcept {
   if (vexa_test::FailingCalloc::fails(count * size)) return nullptr;
-  return __libc_calloc(count, size);
+  return vexa_test::CallocSpy::seen(count * size, __libc_calloc(count, size));
 }
 #define VEXA_NEEDS_OWN_CALLOC() static_cast<void>(0)
 #else

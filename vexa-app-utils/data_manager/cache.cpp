@@ -92,8 +92,8 @@ void update(Entry& entry, const void* data, int32_t length) {
 }
 
 void add(uint32_t id, const void* data, const int32_t* length) {
-  // Every first store of an id says this as an error: field logs are read for where an item
-  // first entered the cache.
+  // At error level although nothing is wrong: the line marks, in any log, when an item first
+  // entered the cache.
   VEXA_LOG(vexa::log::kError, "vexa_dm_add_item_to_mem", "dm_update_item_value_to_mem:no item found \n");
   if (data == nullptr || length == nullptr || *length < 0) {
     VEXA_LOG(vexa::log::kError, "vexa_dm_add_item_to_mem", "%s NULL\n", "vexa_dm_add_item_to_mem");
@@ -102,7 +102,7 @@ void add(uint32_t id, const void* data, const int32_t* length) {
 
   auto entry = Heap<Entry>::zeroed(1);
   if (!entry) {
-    // The line carries the name that field tools watch for when the cache cannot grow.
+    // Under a name of its own, so that a search for it finds this shortage alone.
     VEXA_LOG(vexa::log::kError, "vexa_dm_construct_queue_from_kvl", "oem_MALLOC fail!\r\n");
     return;
   }

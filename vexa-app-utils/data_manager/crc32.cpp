@@ -19,8 +19,8 @@ constexpr uint32_t entry(uint32_t byte) {
 
 static_assert(entry(0) == 0 && entry(1) == kPolynomial && entry(255) == 0xB1F740B4);
 
-// Whole bytes are counted in 13 bits: longer data wraps around. Checksums in the field were
-// made this way, so a wider count would refuse values that are stored already.
+// Whole bytes are counted in 13 bits: counts of bits from 65544 on wrap around. Stored values
+// stay below that, as the backend passes at most 65535.
 constexpr uint32_t whole_bytes(uint32_t bits) { return bits < 8 ? 0 : (((bits - 8) >> 3) & 0x1fff) + 1; }
 
 }  // namespace

@@ -2,14 +2,16 @@
 // Registration of item tables, and the backend's stored defaults.
 #include <vexadm/symtab.h>
 
+#include "call_budget.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
+#include "relaxed.h"
 
 namespace {
 
 using vexa::Heap;
+using vexa::relaxed_store;
 using vexa::dm::ItemKey;
 using vexa::dm::ItemNode;
 using vexa::dm::registry;
@@ -19,8 +21,9 @@ using vexa::log::kError;
 constexpr int32_t kSymtabSize = 64;
 
 void register_item(vexa_dm_default_item& item) {
-  item.desc.type = item.type;
-  symEnter(registry.symtab, ItemKey(item.id).text, valueSymbol(&item.desc), 0);
+  relaxed_store(item.desc.type, item.type);
+  const vexa_sym_entry* entry = symEnter(registry.symtab, ItemKey(item.id).text, valueSymbol(&item.desc), 0);
+  VEXA_ASSERT(entry != nullptr, "data_manager/vexa_app_dm");
 
   auto node = Heap<ItemNode>::zeroed(1);
   VEXA_ASSERT(node, "data_manager/vexa_app_dm");
@@ -51,19 +54,18 @@ int32_t vexa_dm_reg_def_items(vexa_dm_default_item* table) {
 
 int32_t vexa_dm_construct_def_database(uint32_t type) {
   // One bound for all items: a start-up must not wait for each of hundreds of them.
-  const vexa::storage::CallBudget budget;
+  const vexa::CallBudget budget;
   vexa_dm_handle* const handle = vexa_dm_reg(type);
   if (handle == nullptr) return 1;
 
   int32_t left = q_cnt(&registry.list);
   VEXA_LOG(kDebug, "vexa_dm_construct_def_database", "tmp_cnt %d!\n", left);
-  // The handle is left behind here on purpose: a program gets here once, at a start-up that went
-  // wrong, and the path stays as short as that.
+  // The handle is left behind here on purpose; the header tells hosts not to come here in a loop.
   if (left < 1) return -1;
 
   for (q_link_node* link = q_check(&registry.list); link != nullptr; link = q_next(&registry.list, link)) {
     vexa_dm_default_item& item = *reinterpret_cast<ItemNode*>(link)->item;
-    item.desc.type = item.type;
+    relaxed_store(item.desc.type, item.type);
     // The address of the field for every type: the backend follows it for texts and blocks.
     vexa_dm_def_items_write(handle, static_cast<uint32_t>(item.id), &item.desc, &item.value,
                             static_cast<uint32_t>(item.length));

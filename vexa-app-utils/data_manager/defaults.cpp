@@ -6,9 +6,11 @@
 
 #include "data_manager/state.h"
 #include "log/call_site.h"
+#include "relaxed.h"
 
 namespace {
 
+using vexa::relaxed_load;
 using vexa::log::kDebug;
 using vexa::log::kError;
 
@@ -22,11 +24,12 @@ int32_t first_word(const uint8_t* buffer, int32_t len) {
 int32_t stored_default(vexa_dm_handle* handle, vexa_dm_default_item& item, uint8_t* buffer, int32_t len) {
   const int32_t result = vexa_dm_def_items_read(handle, static_cast<uint32_t>(item.id), &item.desc, buffer,
                                                 static_cast<uint32_t>(len));
-  // The type is now the stored one, which may differ from the row's.
-  if (item.desc.type == VEXA_DM_U32) {
+  // The stored one, which may differ from the row's.
+  const int32_t type = relaxed_load(item.desc.type);
+  if (type == VEXA_DM_U32) {
     VEXA_LOG(kError, "vexa_dm_try_read_def_value", "%s def value is %d\n", item.desc.key,
              first_word(buffer, len));
-  } else if (item.desc.type == VEXA_DM_STRING) {
+  } else if (type == VEXA_DM_STRING) {
     // The text has no terminator: never print more than was delivered.
     VEXA_LOG(kError, "vexa_dm_try_read_def_value", "%s def value is %.*s\n", item.desc.key,
              std::clamp(result, 0, len), reinterpret_cast<const char*>(buffer));
@@ -63,7 +66,7 @@ int32_t compiled_default(const vexa_dm_default_item& item, uint8_t* buffer, int3
       return item.value.text != nullptr ? copy_text(item.value.text, buffer, len) : no_default();
     case VEXA_DM_BLOCK:
       if (item.value.block == nullptr) return no_default();
-      // Whole, whatever len is: programs read blocks into records of the block's own size.
+      // Whole, whatever len is: half a block means nothing. The header warns of it.
       std::memcpy(buffer, item.value.block, static_cast<std::size_t>(item.length));
       return item.length;
     default:

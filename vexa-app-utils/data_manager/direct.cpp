@@ -2,10 +2,10 @@
 // Items in the backend alone, past cache and defaults.
 #include <cstring>
 
+#include "call_budget.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
 
 namespace {
 
@@ -16,7 +16,7 @@ using vexa::log::kError;
 using vexa::log::kInfo;
 
 // Compares the first bytes only, so a longer stored value that starts with data counts as the
-// same: programs refresh a prefix through here without cutting what follows it.
+// same: a read past the cache tells no length to compare, unlike in vexa_dm_write.
 bool starts_already_with(vexa_dm_handle* handle, int32_t id, const uint8_t* data, int32_t len) {
   if (len == INT32_MAX) return false;
   const auto size = static_cast<std::size_t>(len);
@@ -27,7 +27,7 @@ bool starts_already_with(vexa_dm_handle* handle, int32_t id, const uint8_t* data
 }
 
 int32_t store(vexa_dm_handle* handle, int32_t id, const uint8_t* data, int32_t len, bool& stored) {
-  const vexa::storage::CallBudget budget;
+  const vexa::CallBudget budget;
   const vexa_dm_item_desc* const desc = find_item(id, "vexa_dm_write_db");
   if (desc == nullptr) return -3;
   if (starts_already_with(handle, id, data, len)) {

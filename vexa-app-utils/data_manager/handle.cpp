@@ -28,7 +28,7 @@ void dm_pal_reg(uint32_t type, vexa_dm_backend_ops* slots) {
 
 const char* dm_pal_reg_store_area(uint32_t type, const char* first_dir, const char* second_dir) {
   if (type != VEXA_DM_BACKEND_SQLITE) return first_dir;
-  // Programs test the result against NULL for success, so a refused length travels as a pointer.
+  // The other backends' answer is a directory; a refused length travels in its place, NULL is success.
   return reinterpret_cast<const char*>(sqlite_reg_store_area(first_dir, second_dir));
 }
 

@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "call_budget.h"
 #include "data_manager/defaults.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
 
 namespace vexa::dm {
 namespace {
@@ -38,7 +38,7 @@ Stored store_item(vexa_dm_handle* handle, int32_t id, const void* data, int32_t 
     VEXA_LOG(kError, "vexa_dm_write", "%s param NULL\n", "vexa_dm_write");
     return {-3, Reached::kNothing};
   }
-  const storage::CallBudget budget;
+  const CallBudget budget;
   const vexa_dm_item_desc* const desc = find_item(id, "vexa_dm_write");
   if (desc == nullptr) return {-3, Reached::kNothing};
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Items by id: read from cache, backend or defaults; emptied; watched.
+#include "call_budget.h"
 #include "data_manager/defaults.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
-#include "sqlite3/src/call_budget.h"
 
 namespace {
 
@@ -37,7 +37,7 @@ int32_t vexa_dm_read(vexa_dm_handle* handle, int32_t id, uint8_t* buffer, int32_
   VEXA_LOG(kInfo, "oem_dm_read", "DM_RD_MEM ret %d\n", cached);
   if (cached > 0) return cached;
 
-  const vexa::storage::CallBudget budget;
+  const vexa::CallBudget budget;
   const vexa_dm_item_desc* const desc = find_item(id, "oem_dm_read");
   if (desc == nullptr) return -3;
   VEXA_LOG(kInfo, "oem_dm_read", "hash:%s %s\n", desc->table, desc->key);
@@ -53,7 +53,7 @@ int32_t vexa_dm_read(vexa_dm_handle* handle, int32_t id, uint8_t* buffer, int32_
 }
 
 int32_t vexa_dm_read_from_dbconfigfile(vexa_dm_handle* handle, int32_t id, uint8_t* buffer, int32_t len) {
-  // Programs test this function's result against the positive 3, unlike that of any other.
+  // Positive, unlike the failures of every other function here: part of the ABI.
   constexpr int32_t kFailed = 3;
   if (handle == nullptr || buffer == nullptr || len < 1) {
     VEXA_LOG(kError, "oem_dm_read", "%s param NULL\n", "oem_dm_read");

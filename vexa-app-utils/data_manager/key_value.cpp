@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "call_budget.h"
 #include "data_manager/defaults.h"
 #include "data_manager/item_write.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ int32_t read_text(vexa_dm_handle* handle, uint32_t id, HeapText& text, const cha
 }
 
 // Puts the pair into the text: in place of the first "key," or at the end. A plain search, so a
-// key that ends another one matches there: texts in the field were built with it.
+// key that ends another one matches there. docs/caveats.md warns of it.
 void set_pair(char* text, const char* key, const char* value, char (&out)[kCapacity]) {
   char start_of_pair[VEXA_DM_KEY_VALUE_PAIR_MAX + 2];
   snprintf(start_of_pair, sizeof(start_of_pair), "%s,", key);
@@ -99,7 +99,7 @@ int32_t vexa_dm_write_key_value_pairs(vexa_dm_handle* handle, uint32_t id, const
   int32_t length = 0;
   vexa::dm::Stored stored{};
   {
-    const vexa::storage::CallBudget budget;
+    const vexa::CallBudget budget;
     const int32_t refused = make_text(handle, id, key, value, text);
     if (refused != 0) return refused;
     VEXA_LOG(kDebug, "vexa_dm_write_key_value_pairs", "final str, write to db: %s\n", text);

@@ -31,7 +31,7 @@ void write_line(int level, const char* function, int line, const char* format, .
 
 }  // namespace vexa::log
 
-// The function name is a literal at each call site: field tools search for it, and it
+// The function name is a literal at each call site: it is what one greps a log for, and it
 // is not always the name of the function around it.
 #define VEXA_LOG(level, function, ...)                                 \
   do {                                                                 \

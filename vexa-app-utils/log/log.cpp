@@ -29,8 +29,8 @@ static_assert(sizeof log_msg == 4096 && sizeof str_t == 128);
 constexpr int kAlways = -1;
 
 // A level without a tag shows as the marker that printf has for a missing text. That is so for
-// level 5 too, although the table names it: tools that read the lines know five tags, and take
-// anything else as unclassified.
+// level 5 too, although the table names it: no call can make 5 the current level, so it is no
+// level of its own.
 constexpr std::array<const char*, 6> kTags = {" DBUG", " INFO", "-WRN-", "=ERR=", "*CRT*", "*EMR*"};
 constexpr unsigned kLastTaggedLevel = 4;
 constexpr const char* kNoTag = "(null)";
@@ -50,8 +50,8 @@ const char* tag_of(int level) {
   return index <= kLastTaggedLevel ? kTags[index] : kNoTag;
 }
 
-// The seconds are read apart from the milliseconds, as readers of the lines are used to: at a
-// second boundary the milliseconds may be those of the second before.
+// The seconds are read apart from the milliseconds: at a second boundary the milliseconds may be
+// those of the second before.
 void stamp_time() {
   timeval now{};
   gettimeofday(&now, nullptr);

@@ -31,7 +31,7 @@ void expect(bool condition) {
 }
 
 // Hides where a pointer comes from: what a compiler knows to be NULL it turns into a trap or drops,
-// and neither is the fault that the fault handler of a host program reports.
+// and neither is a segmentation fault at the access.
 template <typename T>
 T* as_given(T* pointer) {
   __asm__("" : "+r"(pointer));
@@ -89,8 +89,8 @@ Match find(q_queue* queue, q_compare_fn compare, const void* value) {
   return {before, nullptr};
 }
 
-// Removes a match as from a singly linked list: behind the head no prev is repaired, which callers
-// know and walk by next only.
+// Removes a match as from a singly linked list: behind the head no prev is repaired. The header
+// tells callers to walk by next only.
 void remove(q_queue* queue, const Match& match) {
   if (match.before) {
     match.before->next = match.link->next;

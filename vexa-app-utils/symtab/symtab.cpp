@@ -30,6 +30,7 @@ struct Cursor {
   int32_t bucket;        // the next bucket to enter once the chain is through
   vexa_sym_entry* next;  // the rest of the current chain
 };
+constexpr Cursor kWalkEnded = {INT32_MAX, nullptr};
 Cursor g_cursor = {0, nullptr};
 
 Table* table_of(int32_t handle) {
@@ -134,6 +135,7 @@ void symClose(int32_t handle) {
       entry = next;
     }
   }
+  g_cursor = kWalkEnded;  // it may stand on an entry that is gone
   std::free(table->buckets);
   g_bound = hFree(&g_tables, handle);
   std::free(table);

@@ -8,16 +8,16 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "call_budget.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
 #include "sqlite3/src/storage.h"
 #include "sqlite3/src/write_lock.h"
 
 namespace {
 
+using vexa::CallBudget;
 using vexa::storage::backend_mutex;
-using vexa::storage::CallBudget;
 using vexa::storage::Command;
 using vexa::storage::WriteLock;
 

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "sqlite3/src/call_budget.h"
+#include "call_budget.h"
 
 namespace vexa::storage {
 namespace {

@@ -4,15 +4,16 @@
 #include <atomic>
 #include <cstring>
 
+#include "call_budget.h"
 #include "log/call_site.h"
-#include "sqlite3/src/call_budget.h"
+#include "relaxed.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/row_write.h"
 #include "sqlite3/src/storage.h"
 
 namespace {
 
-using vexa::storage::CallBudget;
+using vexa::CallBudget;
 using vexa::storage::Database;
 using vexa::storage::Sql;
 using vexa::storage::Statement;
@@ -64,7 +65,7 @@ int create_table(Database& db, const char* table) {
 uint32_t dm_sqlite_def_db_const(uint32_t, vexa_dm_item_desc* desc, const void* value, uint32_t length) {
   if (desc == nullptr) return static_cast<uint32_t>(-1);
   const CallBudget budget;
-  const DefaultValue item = value_of(desc->type, value, length);
+  const DefaultValue item = value_of(vexa::relaxed_load(desc->type), value, length);
   const int32_t result = dm_write_def_db(desc->table, desc->key, item.type, item.bytes, item.length);
   if (version_written.load(std::memory_order_relaxed)) return static_cast<uint32_t>(result);
   // The version record makes the stored defaults authoritative, so hosts learn of its fate
@@ -79,7 +80,7 @@ int32_t dm_sqlite_def_db_read(uint32_t, vexa_dm_item_desc* desc, uint8_t* buffer
   int32_t type = 0;
   if (desc == nullptr) return dm_read_def_db(nullptr, nullptr, &type, buffer, length);
   const int32_t result = dm_read_def_db(desc->table, desc->key, &type, buffer, length);
-  desc->type = type;
+  vexa::relaxed_store(desc->type, type);
   return result;
 }
 

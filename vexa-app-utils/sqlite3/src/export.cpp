@@ -6,15 +6,15 @@
 #include <cstdio>
 #include <cstring>
 
+#include "call_budget.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/storage.h"
 
 namespace {
 
-using vexa::storage::CallBudget;
+using vexa::CallBudget;
 using vexa::storage::Database;
 using vexa::storage::Sql;
 using vexa::storage::Statement;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
 
+#include "call_budget.h"
 #include "log/call_site.h"
-#include "sqlite3/src/call_budget.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/storage.h"
 
@@ -68,7 +68,7 @@ int integrity_check_callback(void* flag, int count, char** values, char**) {
 
 uint32_t check_database_health(const char* path) {
   if (path == nullptr) return open_failed("no path", SQLITE_MISUSE);
-  const vexa::storage::CallBudget budget;
+  const vexa::CallBudget budget;
   vexa::storage::Database db;
   const int opened = db.open(path, SQLITE_OPEN_READONLY);
   if (opened != SQLITE_OK) return open_failed(db.error(), opened);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Writing item values to one database file and to the pair.
+#include "call_budget.h"
 #include "log/call_site.h"
-#include "sqlite3/src/call_budget.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/repair.h"
 #include "sqlite3/src/row_write.h"
@@ -9,7 +9,7 @@
 
 namespace {
 
-using vexa::storage::CallBudget;
+using vexa::CallBudget;
 using vexa::storage::Database;
 using vexa::storage::Sql;
 

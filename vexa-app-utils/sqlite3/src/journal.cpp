@@ -6,14 +6,14 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "call_budget.h"
 #include "log/call_site.h"
-#include "sqlite3/src/call_budget.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/storage.h"
 
 namespace {
 
-using vexa::storage::CallBudget;
+using vexa::CallBudget;
 using vexa::storage::Command;
 using vexa::storage::Database;
 using vexa::storage::Sql;

@@ -2,16 +2,17 @@
 // Filling a handle's slots, and the process's first look at the schema version.
 #include <atomic>
 
+#include "call_budget.h"
 #include "log/call_site.h"
 #include "owners.h"
-#include "sqlite3/src/call_budget.h"
+#include "relaxed.h"
 #include "sqlite3/src/storage.h"
 
 namespace {
 
+using vexa::CallBudget;
 using vexa::MutexLock;
 using vexa::storage::backend_mutex;
-using vexa::storage::CallBudget;
 using vexa::storage::kVersionKey;
 using vexa::storage::kVersionTable;
 using vexa::storage::kVersionType;
@@ -90,7 +91,7 @@ int32_t dm_sqlite_write(uint32_t id, const vexa_dm_item_desc* desc, const void* 
   if (desc == nullptr) return dm_pal_write(nullptr, id, nullptr, 0, data, length);
   const MutexLock lock(backend_mutex);
   VEXA_LOG(vexa::log::kDebug, "dm_sqlite_write", "tab:%s, key:%s \n", desc->table, desc->key);
-  return dm_pal_write(desc->table, id, desc->key, desc->type, data, length);
+  return dm_pal_write(desc->table, id, desc->key, vexa::relaxed_load(desc->type), data, length);
 }
 
 int32_t dm_sqlite_read(uint32_t, const vexa_dm_item_desc* desc, uint8_t* buffer, int32_t length) {

@@ -3,7 +3,7 @@
 
 #include <climits>
 
-#include "sqlite3/src/call_budget.h"
+#include "call_budget.h"
 
 namespace vexa::storage {
 namespace {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // How long one call of a host may wait for other processes' locks.
-#ifndef VEXADM_STORAGE_CALL_BUDGET_H
-#define VEXADM_STORAGE_CALL_BUDGET_H
+#ifndef VEXADM_OS_CALL_BUDGET_H
+#define VEXADM_OS_CALL_BUDGET_H
 
-namespace vexa::storage {
+namespace vexa {
 
 // Opens the budget of the calling thread's outermost library call. Nested scopes share
 // the outermost one, so a write that takes many statements and copies still answers
@@ -30,6 +30,6 @@ class CallBudget {
   static bool wait(int attempt);
 };
 
-}  // namespace vexa::storage
+}  // namespace vexa
 
 #endif

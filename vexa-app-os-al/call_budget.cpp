@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "sqlite3/src/call_budget.h"
+#include "call_budget.h"
 
 #include <vexadm/storage.h>
 
@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <ctime>
 
-namespace vexa::storage {
+namespace vexa {
 namespace {
 
 struct Budget {
@@ -59,4 +59,4 @@ bool CallBudget::wait(int attempt) {
   return true;
 }
 
-}  // namespace vexa::storage
+}  // namespace vexa
