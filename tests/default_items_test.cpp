@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "support/child.h"
 #include "support/device_fixture.h"
@@ -391,6 +392,15 @@ TEST_F(StoredDefaults, OfAllTypesAreStoredAndDelivered) {
   EXPECT_EQ(read_item(handle, 2).bytes, std::string("\x67\x12\0\0", 4));
   EXPECT_EQ(read_item(handle, 3).bytes, "\2\1");
   EXPECT_EQ(read_item(handle, 4).bytes, "\1\2\3\4\5");
+}
+
+TEST_F(StoredDefaults, MayBeReadByTwoThreadsAtOnce) {
+  const auto read_often = [this] {
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(read_item(handle, 1).bytes, "abc");
+  };
+  std::thread other(read_often);
+  read_often();
+  other.join();
 }
 
 TEST_F(StoredDefaults, AreMoreThanTheCompiledInOnes) {
