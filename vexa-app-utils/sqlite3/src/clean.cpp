@@ -11,6 +11,7 @@
 #include "call_budget.h"
 #include "log/call_site.h"
 #include "owners.h"
+#include "sqlite3/src/replace_file.h"
 #include "sqlite3/src/storage.h"
 #include "sqlite3/src/write_lock.h"
 
@@ -87,6 +88,10 @@ bool remove_databases() {
     VEXA_LOG(vexa::log::kError, kSelf, "unlink state error: %s\n", std::strerror(reason));
     return false;
   }
+  // A power cut must not bring back what this call reports as gone.
+  vexa::storage::sync_directory_of(DB_CONFIG);
+  vexa::storage::sync_directory_of(DB_CONFIGBAK);
+  vexa::storage::sync_directory_of(DB_STATE);
   return true;
 }
 

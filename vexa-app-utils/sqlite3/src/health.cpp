@@ -25,7 +25,7 @@ struct Message {
 int quick_check(vexa::storage::Database& db, uint32_t& corrupt, Message& message) {
   sqlite3_free(message.text);
   message.text = nullptr;
-  db.pin_current();
+  if (!db.pin_current()) return SQLITE_CANTOPEN;
   db.wait_when_busy();
   return sqlite3_exec(db.get(), "PRAGMA quick_check;", integrity_check_callback, &corrupt, &message.text);
 }

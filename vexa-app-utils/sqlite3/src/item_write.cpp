@@ -92,7 +92,9 @@ int32_t write_item(const char* path, const Item& item, bool& row_written) {
 // be acknowledged. Repairs nothing: a damaged backup must not cost the primary.
 void store_in_backup(const Item& item) {
   Database backup;
-  if (backup.open(DB_CONFIGBAK) == SQLITE_OK) store(backup, item);
+  backup.open(DB_CONFIGBAK);
+  store(backup, item);
+  if (!backup.is_open()) VEXA_LOG(vexa::log::kError, kSelf, "sqlite3_open failed: %s\n", backup.error());
 }
 
 // The journal is worth waiting for, but not at the cost of the write itself.

@@ -128,19 +128,6 @@ class TemporaryFile {
   bool made_ = false;
 };
 
-bool sync_directory_of(const char* path) {
-  char directory[PATH_MAX];
-  const char* slash = std::strrchr(path, '/');
-  if (slash == nullptr) {
-    std::snprintf(directory, sizeof directory, ".");
-  } else {
-    const auto length = std::max<std::ptrdiff_t>(slash - path, 1);
-    std::snprintf(directory, sizeof directory, "%.*s", static_cast<int>(length), path);
-  }
-  const Descriptor opened(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return opened && sync_to_storage(opened.get());
-}
-
 // A rollback journal or log of the old file would be replayed into the new one. Gone from
 // storage before the new file appears; had_journal says that SQLite may have removed one.
 bool remove_companions(const char* target, bool had_journal) {
@@ -190,6 +177,19 @@ bool fill_and_rename(const WriteLock& source, const char* from, Target& target) 
 }
 
 }  // namespace
+
+bool sync_directory_of(const char* path) {
+  char directory[PATH_MAX];
+  const char* slash = std::strrchr(path, '/');
+  if (slash == nullptr) {
+    std::snprintf(directory, sizeof directory, ".");
+  } else {
+    const auto length = std::max<std::ptrdiff_t>(slash - path, 1);
+    std::snprintf(directory, sizeof directory, "%.*s", static_cast<int>(length), path);
+  }
+  const Descriptor opened(::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return opened && sync_to_storage(opened.get());
+}
 
 bool copy_over(const WriteLock& source, const char* from, const char* to) {
   Target target;

@@ -1,0 +1,327 @@
+// SPDX-License-Identifier: MIT
+#include "support/failing_calls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/types.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace vexa_test {
+namespace {
+
+constexpr std::uint64_t kNamesKept = 8192;
+constexpr std::size_t kWhereSize = 160;
+
+struct State {
+  bool armed = false;
+  FaultPlan plan;
+  std::uint64_t seen = 0;
+  std::uint64_t failed = 0;
+  std::int64_t slept_ns = 0;  // how far the clock is ahead
+  char first_failed[kWhereSize] = "";
+  std::array<const char*, kNamesKept> names = {};
+};
+
+State g_state;
+
+bool is_transfer(const char* name) {
+  return std::strstr(name, "read") != nullptr || std::strstr(name, "write") != nullptr;
+}
+
+using Where = char[kWhereSize - 32];
+
+// The path of a descriptor. No allocation and no stream: the caller may be anywhere.
+const char* path_of(int fd, Where& target) {
+  char link[32];
+  snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+  const long length = syscall(SYS_readlinkat, AT_FDCWD, link, target, sizeof target - 1);
+  target[length > 0 ? length : 0] = '\0';
+  return target;
+}
+
+// The errno value that this operation has to fail with, kShortCount, or 0.
+int due(const char* name, const char* path = nullptr, int fd = -1) {
+  if (!g_state.armed) return 0;
+  const FaultPlan& plan = g_state.plan;
+  Where target;
+  if (plan.path[0] != '\0') {
+    if (path == nullptr) path = path_of(fd, target);
+    if (std::strstr(path, plan.path) == nullptr) return 0;
+  }
+  const std::uint64_t n = ++g_state.seen;
+  if (n <= kNamesKept) g_state.names[n - 1] = name;
+  if (plan.from == 0 || n < plan.from || n - plan.from >= plan.count) return 0;
+  if (plan.error == kShortCount && !is_transfer(name)) return 0;
+  if (g_state.failed++ == 0) {
+    if (path == nullptr) path = path_of(fd, target);
+    snprintf(g_state.first_failed, sizeof g_state.first_failed, "%s %.120s", name, path);
+  }
+  return plan.error;
+}
+
+template <typename Result, typename Forward>
+Result or_fail(int error, Result failure, Forward forward) {
+  if (error == 0) return forward();
+  errno = error;
+  return failure;
+}
+
+template <typename Forward>
+ssize_t transfer(const char* name, int fd, std::size_t count, Forward forward) {
+  const int error = due(name, nullptr, fd);
+  if (error == kShortCount) return forward(count / 2 + count % 2);
+  return or_fail<ssize_t>(error, -1, [&] { return forward(count); });
+}
+
+// The next definition in the search order: the C library's, or a sanitizer's before it.
+template <typename Function>
+Function next(Function, const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+int open_file(const char* path, int flags, va_list rest) {
+  mode_t mode = 0;
+  if ((flags & (O_CREAT | O_TMPFILE)) != 0) mode = static_cast<mode_t>(va_arg(rest, unsigned));
+  return or_fail(due("open", path), -1, [&] { return openat(AT_FDCWD, path, flags, mode); });
+}
+
+int control(int fd, int command, va_list rest) {
+  void* argument = va_arg(rest, void*);
+  return or_fail(due("fcntl", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_fcntl, fd, command, argument)); });
+}
+
+int sync_file(const char* name, long number, int fd) {
+  return or_fail(due(name, nullptr, fd), -1, [&] { return static_cast<int>(syscall(number, fd)); });
+}
+
+}  // namespace
+
+FailingCalls::FailingCalls(const FaultPlan& plan) {
+  g_state = {};
+  g_state.plan = plan;
+  g_state.armed = true;
+}
+
+FailingCalls::~FailingCalls() { g_state.armed = false; }
+
+std::uint64_t FailingCalls::seen() { return g_state.seen; }
+std::uint64_t FailingCalls::failed() { return g_state.failed; }
+const char* FailingCalls::first_failed() { return g_state.first_failed; }
+
+bool FailingCalls::is_own(std::uint64_t n) {
+  static constexpr std::array<std::string_view, 11> kOwn = {"write",  "fsync",  "rename",    "realpath",
+                                                            "fchmod", "fchown", "faccessat", "syncfs",
+                                                            "fopen",  "popen",  "system"};
+  if (n < 1 || n > kNamesKept || n > g_state.seen) return false;
+  return std::find(kOwn.begin(), kOwn.end(), g_state.names[n - 1]) != kOwn.end();
+}
+
+}  // namespace vexa_test
+
+// ---- The operations, under the C library's names but not its declarations ----
+
+#define VEXA_IN_PLACE_OF(name) __asm__(name) __attribute__((visibility("default"), used))
+
+namespace {
+using vexa_test::control;
+using vexa_test::due;
+using vexa_test::g_state;
+using vexa_test::next;
+using vexa_test::open_file;
+using vexa_test::or_fail;
+using vexa_test::sync_file;
+using vexa_test::transfer;
+}  // namespace
+
+extern "C" {
+
+int vexa_open(const char* path, int flags, ...) VEXA_IN_PLACE_OF("open");
+int vexa_open64(const char* path, int flags, ...) VEXA_IN_PLACE_OF("open64");
+int vexa_close(int fd) VEXA_IN_PLACE_OF("close");
+ssize_t vexa_read(int fd, void* bytes, std::size_t count) VEXA_IN_PLACE_OF("read");
+ssize_t vexa_pread64(int fd, void* bytes, std::size_t count, off64_t offset) VEXA_IN_PLACE_OF("pread64");
+ssize_t vexa_write(int fd, const void* bytes, std::size_t count) VEXA_IN_PLACE_OF("write");
+ssize_t vexa_pwrite64(int fd, const void* bytes, std::size_t count, off64_t offset)
+    VEXA_IN_PLACE_OF("pwrite64");
+int vexa_fsync(int fd) VEXA_IN_PLACE_OF("fsync");
+int vexa_fdatasync(int fd) VEXA_IN_PLACE_OF("fdatasync");
+int vexa_syncfs(int fd) VEXA_IN_PLACE_OF("syncfs");
+int vexa_ftruncate64(int fd, off64_t size) VEXA_IN_PLACE_OF("ftruncate64");
+int vexa_rename(const char* from, const char* to) VEXA_IN_PLACE_OF("rename");
+int vexa_unlink(const char* path) VEXA_IN_PLACE_OF("unlink");
+int vexa_fcntl(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl");
+int vexa_fcntl64(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl64");
+int vexa_stat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF("stat64");
+int vexa_lstat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF("lstat64");
+int vexa_fstat64(int fd, struct stat64* status) VEXA_IN_PLACE_OF("fstat64");
+int vexa_access(const char* path, int mode) VEXA_IN_PLACE_OF("access");
+int vexa_faccessat(int at, const char* path, int mode, int flags) VEXA_IN_PLACE_OF("faccessat");
+ssize_t vexa_readlink(const char* path, char* target, std::size_t size) VEXA_IN_PLACE_OF("readlink");
+int vexa_fchmod(int fd, mode_t mode) VEXA_IN_PLACE_OF("fchmod");
+int vexa_fchown(int fd, uid_t user, gid_t group) VEXA_IN_PLACE_OF("fchown");
+char* vexa_realpath(const char* path, char* real) VEXA_IN_PLACE_OF("realpath");
+FILE* vexa_fopen64(const char* path, const char* mode) VEXA_IN_PLACE_OF("fopen64");
+FILE* vexa_popen(const char* command, const char* mode) VEXA_IN_PLACE_OF("popen");
+int vexa_system(const char* command) VEXA_IN_PLACE_OF("system");
+int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF("nanosleep");
+int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF("clock_gettime");
+
+int vexa_open(const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const int fd = open_file(path, flags, rest);
+  va_end(rest);
+  return fd;
+}
+
+int vexa_open64(const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const int fd = open_file(path, flags, rest);
+  va_end(rest);
+  return fd;
+}
+
+// As on Linux: also a close that reports a failure has closed.
+int vexa_close(int fd) {
+  const int error = due("close", nullptr, fd);
+  const int result = static_cast<int>(syscall(SYS_close, fd));
+  return or_fail(error, -1, [&] { return result; });
+}
+
+ssize_t vexa_read(int fd, void* bytes, std::size_t count) {
+  return transfer("read", fd, count, [&](std::size_t n) { return syscall(SYS_read, fd, bytes, n); });
+}
+
+ssize_t vexa_pread64(int fd, void* bytes, std::size_t count, off64_t offset) {
+  return transfer("pread", fd, count,
+                  [&](std::size_t n) { return syscall(SYS_pread64, fd, bytes, n, offset); });
+}
+
+ssize_t vexa_write(int fd, const void* bytes, std::size_t count) {
+  return transfer("write", fd, count, [&](std::size_t n) { return syscall(SYS_write, fd, bytes, n); });
+}
+
+ssize_t vexa_pwrite64(int fd, const void* bytes, std::size_t count, off64_t offset) {
+  return transfer("pwrite", fd, count,
+                  [&](std::size_t n) { return syscall(SYS_pwrite64, fd, bytes, n, offset); });
+}
+
+int vexa_fsync(int fd) { return sync_file("fsync", SYS_fsync, fd); }
+int vexa_fdatasync(int fd) { return sync_file("fdatasync", SYS_fdatasync, fd); }
+int vexa_syncfs(int fd) { return sync_file("syncfs", SYS_syncfs, fd); }
+
+int vexa_ftruncate64(int fd, off64_t size) {
+  return or_fail(due("ftruncate", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_ftruncate, fd, size)); });
+}
+
+int vexa_rename(const char* from, const char* to) {
+  return or_fail(due("rename", to), -1, [&] { return renameat(AT_FDCWD, from, AT_FDCWD, to); });
+}
+
+int vexa_unlink(const char* path) {
+  return or_fail(due("unlink", path), -1, [&] { return unlinkat(AT_FDCWD, path, 0); });
+}
+
+int vexa_fcntl(int fd, int command, ...) {
+  va_list rest;
+  va_start(rest, command);
+  const int result = control(fd, command, rest);
+  va_end(rest);
+  return result;
+}
+
+int vexa_fcntl64(int fd, int command, ...) {
+  va_list rest;
+  va_start(rest, command);
+  const int result = control(fd, command, rest);
+  va_end(rest);
+  return result;
+}
+
+int vexa_stat64(const char* path, struct stat64* status) {
+  return or_fail(due("stat", path), -1, [&] { return fstatat64(AT_FDCWD, path, status, 0); });
+}
+
+int vexa_lstat64(const char* path, struct stat64* status) {
+  return or_fail(due("lstat", path), -1,
+                 [&] { return fstatat64(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW); });
+}
+
+int vexa_fstat64(int fd, struct stat64* status) {
+  return or_fail(due("fstat", nullptr, fd), -1, [&] { return fstatat64(fd, "", status, AT_EMPTY_PATH); });
+}
+
+int vexa_access(const char* path, int mode) {
+  return or_fail(due("access", path), -1,
+                 [&] { return static_cast<int>(syscall(SYS_faccessat, AT_FDCWD, path, mode)); });
+}
+
+int vexa_faccessat(int at, const char* path, int mode, int flags) {
+  return or_fail(due("faccessat", path), -1,
+                 [&] { return next(&vexa_faccessat, "faccessat")(at, path, mode, flags); });
+}
+
+ssize_t vexa_readlink(const char* path, char* target, std::size_t size) {
+  return or_fail<ssize_t>(due("link", path), -1, [&] { return readlinkat(AT_FDCWD, path, target, size); });
+}
+
+int vexa_fchmod(int fd, mode_t mode) {
+  return or_fail(due("fchmod", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_fchmod, fd, mode)); });
+}
+
+int vexa_fchown(int fd, uid_t user, gid_t group) {
+  return or_fail(due("fchown", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_fchown, fd, user, group)); });
+}
+
+char* vexa_realpath(const char* path, char* real) {
+  char* const none = nullptr;
+  return or_fail(due("realpath", path), none, [&] { return next(&vexa_realpath, "realpath")(path, real); });
+}
+
+FILE* vexa_fopen64(const char* path, const char* mode) {
+  FILE* const none = nullptr;
+  return or_fail(due("fopen", path), none, [&] { return next(&vexa_fopen64, "fopen64")(path, mode); });
+}
+
+FILE* vexa_popen(const char* command, const char* mode) {
+  FILE* const none = nullptr;
+  return or_fail(due("popen", command), none, [&] { return next(&vexa_popen, "popen")(command, mode); });
+}
+
+int vexa_system(const char* command) {
+  return or_fail(due("system", command), -1, [&] { return next(&vexa_system, "system")(command); });
+}
+
+int vexa_nanosleep(const struct timespec* pause, struct timespec* left) {
+  if (!g_state.armed) return static_cast<int>(syscall(SYS_nanosleep, pause, left));
+  g_state.slept_ns += pause->tv_sec * 1000000000 + pause->tv_nsec;
+  return 0;
+}
+
+int vexa_clock_gettime(clockid_t clock, struct timespec* now) {
+  const long result = syscall(SYS_clock_gettime, clock, now);
+  if (!g_state.armed || result != 0) return static_cast<int>(result);
+  const std::int64_t ns = now->tv_nsec + g_state.slept_ns;
+  now->tv_sec += ns / 1000000000;
+  now->tv_nsec = ns % 1000000000;
+  return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,213 @@
+// SPDX-License-Identifier: MIT
+#include "support/tracer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/ptrace.h>
+#include <linux/seccomp.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace vexa_test {
+namespace {
+
+constexpr int kPtraceRefused = 77;
+constexpr int kFilterRefused = 78;
+
+struct Call {
+  int number;
+  const char* name;
+  bool changes;  // what a command does to files between two calls of the process counts as well
+};
+
+constexpr Call kCalls[] = {
+#ifdef SYS_open
+    {SYS_open, "open", true},
+#endif
+    {SYS_openat, "openat", true},
+    {SYS_read, "read", false},
+    {SYS_pread64, "pread64", false},
+    {SYS_write, "write", true},
+    {SYS_pwrite64, "pwrite64", true},
+    {SYS_writev, "writev", true},
+    {SYS_copy_file_range, "copy_file_range", true},
+    {SYS_sendfile, "sendfile", true},
+    {SYS_ftruncate, "ftruncate", true},
+    {SYS_truncate, "truncate", true},
+    {SYS_fallocate, "fallocate", true},
+    {SYS_fsync, "fsync", false},
+    {SYS_fdatasync, "fdatasync", false},
+    {SYS_sync_file_range, "sync_file_range", false},
+    {SYS_syncfs, "syncfs", false},
+    {SYS_fcntl, "fcntl", false},
+    {SYS_close, "close", false},
+    {SYS_lseek, "lseek", false},
+#ifdef SYS_rename
+    {SYS_rename, "rename", true},
+#endif
+#ifdef SYS_renameat
+    {SYS_renameat, "renameat", true},
+#endif
+    {SYS_renameat2, "renameat2", true},
+#ifdef SYS_link
+    {SYS_link, "link", true},
+#endif
+    {SYS_linkat, "linkat", true},
+#ifdef SYS_unlink
+    {SYS_unlink, "unlink", true},
+#endif
+    {SYS_unlinkat, "unlinkat", true},
+#ifdef SYS_mkdir
+    {SYS_mkdir, "mkdir", true},
+#endif
+    {SYS_mkdirat, "mkdirat", true},
+#ifdef SYS_chmod
+    {SYS_chmod, "chmod", true},
+#endif
+    {SYS_fchmod, "fchmod", true},
+    {SYS_fchmodat, "fchmodat", true},
+    {SYS_fchown, "fchown", true},
+    {SYS_fchownat, "fchownat", true},
+};
+
+const Call* find_call(std::uint64_t number) {
+  const auto* found = std::find_if(std::begin(kCalls), std::end(kCalls),
+                                   [&](const Call& call) { return std::uint64_t(call.number) == number; });
+  return found == std::end(kCalls) ? nullptr : found;
+}
+
+// glibc's ptrace() is typed differently in each C library.
+template <typename Data>
+long trace(int request, pid_t pid, std::uintptr_t address, Data data) {
+  return syscall(SYS_ptrace, request, pid, address, data);
+}
+
+// Stops at the listed calls only: stopping at every call, twice, would make the rounds
+// several times as long.
+bool install_filter() {
+  std::vector<sock_filter> program = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  for (const Call& call : kCalls) {
+    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call.number), 0, 1));
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE));
+  }
+  program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  const sock_fprog filter = {static_cast<unsigned short>(program.size()), program.data()};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter, 0, 0) == 0;
+}
+
+class Tracer {
+ public:
+  Tracer(pid_t process, int at_call, Kill kill) : process_(process), at_call_(at_call), kill_(kill) {}
+
+  TracedRun run() {
+    // Until no tracee is left: the commands of a killed process are waited for as well.
+    for (;;) {
+      int status = 0;
+      const pid_t pid = waitpid(-1, &status, __WALL);
+      if (pid < 0 && errno == EINTR) continue;
+      if (pid < 0) return run_;
+      if (WIFSTOPPED(status)) {
+        stopped(pid, status);
+      } else if (pid == process_) {
+        ended(status);
+      }
+    }
+  }
+
+ private:
+  void ended(int status) {
+    if (!WIFEXITED(status)) {
+      if (run_.killed_at.empty()) run_.refused = "ended by signal " + std::to_string(WTERMSIG(status));
+      return;
+    }
+    run_.exit_code = WEXITSTATUS(status);
+    if (run_.exit_code == kPtraceRefused) run_.refused = "PTRACE_TRACEME is refused";
+    if (run_.exit_code == kFilterRefused) run_.refused = "a seccomp filter is refused";
+    run_.completed = run_.refused.empty();
+  }
+
+  void stopped(pid_t pid, int status) {
+    if (pid == process_ && !marked_) {
+      marked_ = true;
+      trace(PTRACE_SETOPTIONS, pid, 0,
+            PTRACE_O_EXITKILL | PTRACE_O_TRACESECCOMP | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
+                PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC);
+      trace(PTRACE_CONT, pid, 0, 0L);
+      return;
+    }
+    const int event = status >> 16;
+    if (event == PTRACE_EVENT_SECCOMP && counts(pid) && ++run_.calls == at_call_) {
+      kill_now();
+      return;
+    }
+    const int signal = WSTOPSIG(status);
+    const bool news = event != 0 || signal == SIGSTOP || signal == SIGTRAP;
+    trace(PTRACE_CONT, pid, 0, news ? 0L : static_cast<long>(signal));
+    if (pid != process_ && std::find(commands_.begin(), commands_.end(), pid) == commands_.end()) {
+      commands_.push_back(pid);
+      // Attached after the kill of the tree, started just before it.
+      if (!run_.killed_at.empty() && kill_ == Kill::kTree) ::kill(pid, SIGKILL);
+    }
+  }
+
+  bool counts(pid_t pid) {
+    if (!run_.killed_at.empty()) return false;
+    ptrace_syscall_info info = {};
+    trace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+    const Call* call = find_call(info.seccomp.nr);
+    last_ = call == nullptr ? "?" : call->name;
+    if (pid == process_) return true;
+    if (kill_ == Kill::kProcess || call == nullptr || !call->changes) return false;
+    // Commands open dozens of files to start with; only what they make is of interest.
+    const bool opens = call->number == SYS_openat;
+    return !opens || (info.seccomp.args[2] & (O_CREAT | O_TRUNC)) != 0;
+  }
+
+  void kill_now() {
+    run_.killed_at = last_;
+    ::kill(process_, SIGKILL);
+    if (kill_ == Kill::kProcess) return;
+    for (const pid_t command : commands_) ::kill(command, SIGKILL);
+  }
+
+  const pid_t process_;
+  const int at_call_;
+  const Kill kill_;
+  bool marked_ = false;
+  std::string last_;
+  std::vector<pid_t> commands_;
+  TracedRun run_;
+};
+
+}  // namespace
+
+void trace_from_here() {
+  if (trace(PTRACE_TRACEME, 0, 0, 0L) != 0) _exit(kPtraceRefused);
+  raise(SIGSTOP);
+  if (!install_filter()) _exit(kFilterRefused);
+}
+
+TracedRun run_traced(const std::function<void()>& body, int at_call, Kill kill) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    body();
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  if (child < 0) return {"fork failed", false, -1, 0, ""};
+  return Tracer(child, at_call, kill).run();
+}
+
+}  // namespace vexa_test
