@@ -319,6 +319,9 @@ TEST_F(Clean, GivesTheMutexBackOnEveryWay) {
 }
 
 TEST_F(Clean, ThatCannotStartItsFirstCommandDeletesNothing) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "without descriptors the sanitizer cannot look up the name that its suppression needs";
+#endif
   expect_in_child([] {
     use_up_descriptors();
     const LogCapture log;

@@ -11,6 +11,7 @@
 #include "owners.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/storage.h"
+#include "sqlite3/src/write_lock.h"
 
 namespace {
 
@@ -137,7 +138,12 @@ uint32_t dm_sqlite_check_database(void) {
   VEXA_ASSERT(buffer, vexa::storage::kAssertSource);
   VEXA_LOG(vexa::log::kDebug, kCheck, "dm_sqlite_check_database read primary\n");
   uint32_t crc = 0;
-  const int32_t count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
+  int32_t count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
+  // Again, now that the primary is sound, and with other processes' writes kept out until the
+  // backup has the record: theirs must not be overtaken by what was read before it.
+  vexa::storage::WriteLock primary;
+  if (count > 0 && primary.take(DB_CONFIG))
+    count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
   if (count < 0) return static_cast<uint32_t>(count);
   if (crc != static_cast<uint32_t>(vexa::storage::value_crc(buffer.get(), count))) {
     return static_cast<uint32_t>(-102);
