@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Makes chosen allocations fail, and counts what is not given back. Compile failing_alloc.cpp
 // into the test program itself; the C library, SQLite and the library all allocate through it.
-#ifndef VEXADM_TESTS_FAILING_ALLOC_H
-#define VEXADM_TESTS_FAILING_ALLOC_H
+#ifndef VEXADM_TESTS_FAULTS_FAILING_ALLOC_H
+#define VEXADM_TESTS_FAULTS_FAILING_ALLOC_H
 
 #include <cstdint>
 
-#include "support/failing_calls.h"
+#include "faults/failing_calls.h"
 
 // The sanitizers have an allocator of their own; each compiler says in its own way that one is on.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

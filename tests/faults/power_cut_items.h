@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The items of the power-cut test, the values that are written to them, and what a program that
 // was told "stored" may rely on.
-#ifndef VEXADM_TESTS_POWER_CUT_ITEMS_H
-#define VEXADM_TESTS_POWER_CUT_ITEMS_H
+#ifndef VEXADM_TESTS_FAULTS_POWER_CUT_ITEMS_H
+#define VEXADM_TESTS_FAULTS_POWER_CUT_ITEMS_H
 
 #include <vexadm/vexadm.h>
 

@@ -2,7 +2,7 @@
 // Preloaded into a program: records each successful operation that changes or syncs a file or
 // directory below /data. Silent until file_recorder_start() is called; programs started from
 // then on (a shell that removes a file) record into the same log.
-#include "support/file_recorder.h"
+#include "faults/file_recorder.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The runs that are recorded, each in a process of its own.
-#ifndef VEXADM_TESTS_POWER_CUT_PROGRAM_H
-#define VEXADM_TESTS_POWER_CUT_PROGRAM_H
+#ifndef VEXADM_TESTS_FAULTS_POWER_CUT_PROGRAM_H
+#define VEXADM_TESTS_FAULTS_POWER_CUT_PROGRAM_H
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "support/file_recorder.h"
-#include "support/power_cut_items.h"
+#include "faults/file_recorder.h"
+#include "faults/power_cut_items.h"
 
 namespace vexa_test {
 

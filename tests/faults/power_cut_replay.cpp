@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/power_cut_replay.h"
+#include "faults/power_cut_replay.h"
 
 #include <algorithm>
 #include <cstring>

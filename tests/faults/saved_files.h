@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The files of the device, saved and put back between rounds.
-#ifndef VEXADM_TESTS_SAVED_FILES_H
-#define VEXADM_TESTS_SAVED_FILES_H
+#ifndef VEXADM_TESTS_FAULTS_SAVED_FILES_H
+#define VEXADM_TESTS_FAULTS_SAVED_FILES_H
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

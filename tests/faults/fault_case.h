@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // One operation of the storage backend, made to fail at every place in turn: what is done, and
 // what has to hold afterwards.
-#ifndef VEXADM_TESTS_FAULT_CASE_H
-#define VEXADM_TESTS_FAULT_CASE_H
+#ifndef VEXADM_TESTS_FAULTS_FAULT_CASE_H
+#define VEXADM_TESTS_FAULTS_FAULT_CASE_H
 
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -23,8 +23,8 @@
 #include <string_view>
 #include <vector>
 
-#include "support/failing_alloc.h"
-#include "support/failing_calls.h"
+#include "faults/failing_alloc.h"
+#include "faults/failing_calls.h"
 #include "support/storage_fixture.h"
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What a process did to the files below /data, in the order in which it did it. The recorder is
 // preloaded (file_recorder.cpp); power_cut_replay.h reads what it has recorded.
-#ifndef VEXADM_TESTS_FILE_RECORDER_H
-#define VEXADM_TESTS_FILE_RECORDER_H
+#ifndef VEXADM_TESTS_FAULTS_FILE_RECORDER_H
+#define VEXADM_TESTS_FAULTS_FILE_RECORDER_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Kills a process at a chosen system call.
-#ifndef VEXADM_TESTS_TRACER_H
-#define VEXADM_TESTS_TRACER_H
+#ifndef VEXADM_TESTS_FAULTS_TRACER_H
+#define VEXADM_TESTS_FAULTS_TRACER_H
 
 #include <functional>
 #include <string>

@@ -2,8 +2,8 @@
 // Makes chosen file operations of the library and of SQLite fail, without their help. Compile
 // failing_calls.cpp into the test program itself: its definitions of open, pwrite and so on then
 // come before those of the C library.
-#ifndef VEXADM_TESTS_FAILING_CALLS_H
-#define VEXADM_TESTS_FAILING_CALLS_H
+#ifndef VEXADM_TESTS_FAULTS_FAILING_CALLS_H
+#define VEXADM_TESTS_FAULTS_FAILING_CALLS_H
 
 #include <cstdint>
 

@@ -5,8 +5,8 @@
 // directory at its last sync. Everything since then is pending: each write, each truncation, each
 // change of a name is on storage or is not, whatever became of those before it. File systems that
 // keep changes of names in order leave some of these images, others may leave any of them.
-#ifndef VEXADM_TESTS_POWER_CUT_REPLAY_H
-#define VEXADM_TESTS_POWER_CUT_REPLAY_H
+#ifndef VEXADM_TESTS_FAULTS_POWER_CUT_REPLAY_H
+#define VEXADM_TESTS_FAULTS_POWER_CUT_REPLAY_H
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "support/file_recorder.h"
+#include "faults/file_recorder.h"
 
 namespace vexa_test {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Puts an image in place of /data and tells what the next two starts find wrong with it.
-#ifndef VEXADM_TESTS_POWER_CUT_ORACLE_H
-#define VEXADM_TESTS_POWER_CUT_ORACLE_H
+#ifndef VEXADM_TESTS_FAULTS_POWER_CUT_ORACLE_H
+#define VEXADM_TESTS_FAULTS_POWER_CUT_ORACLE_H
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -20,9 +20,9 @@
 #include <string_view>
 #include <vector>
 
-#include "support/power_cut_items.h"
-#include "support/power_cut_program.h"
-#include "support/power_cut_replay.h"
+#include "faults/power_cut_items.h"
+#include "faults/power_cut_program.h"
+#include "faults/power_cut_replay.h"
 
 namespace vexa_test {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/failing_calls.h"
+#include "faults/failing_calls.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

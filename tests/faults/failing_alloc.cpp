@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/failing_alloc.h"
+#include "faults/failing_alloc.h"
 
 #include <malloc.h>
 

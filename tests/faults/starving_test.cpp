@@ -4,7 +4,7 @@
 //
 // VEXA_FAULT_CASES=all tries every allocation (minutes); a number tries about so many cases for
 // each operation.
-#include "support/fault_case.h"
+#include "faults/fault_case.h"
 
 namespace vexa_test {
 namespace {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // run_in_child for thousands of rounds: both streams in one text, no polling.
-#ifndef VEXADM_TESTS_QUICK_CHILD_H
-#define VEXADM_TESTS_QUICK_CHILD_H
+#ifndef VEXADM_TESTS_FAULTS_QUICK_CHILD_H
+#define VEXADM_TESTS_FAULTS_QUICK_CHILD_H
 
 #include <gtest/gtest.h>
 #include <signal.h>

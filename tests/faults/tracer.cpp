@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "support/tracer.h"
+#include "faults/tracer.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

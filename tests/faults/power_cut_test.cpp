@@ -18,11 +18,11 @@
 #include <utility>
 #include <vector>
 
+#include "faults/power_cut_items.h"
+#include "faults/power_cut_oracle.h"
+#include "faults/power_cut_program.h"
+#include "faults/power_cut_replay.h"
 #include "support/device_fixture.h"
-#include "support/power_cut_items.h"
-#include "support/power_cut_oracle.h"
-#include "support/power_cut_program.h"
-#include "support/power_cut_replay.h"
 
 namespace vexa_test {
 namespace {

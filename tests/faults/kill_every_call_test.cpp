@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
-#include "support/quick_child.h"
-#include "support/saved_files.h"
+#include "faults/quick_child.h"
+#include "faults/saved_files.h"
+#include "faults/tracer.h"
 #include "support/storage_fixture.h"
-#include "support/tracer.h"
 
 namespace vexa_test {
 namespace {

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/quick_child.h"
-#include "support/saved_files.h"
+#include "faults/quick_child.h"
+#include "faults/saved_files.h"
 #include "support/storage_fixture.h"
 
 namespace vexa_test {

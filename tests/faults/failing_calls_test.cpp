@@ -8,7 +8,7 @@
 
 #include <cerrno>
 
-#include "support/fault_case.h"
+#include "faults/fault_case.h"
 
 namespace vexa_test {
 namespace {
