@@ -32,6 +32,7 @@ struct State {
   std::int64_t slept_ns = 0;  // how far the clock is ahead
   char first_failed[kWhereSize] = "";
   std::array<const char*, kNamesKept> names = {};
+  void (*watcher)(const char* name) = nullptr;
 };
 
 State g_state;
@@ -62,6 +63,7 @@ int due(const char* name, const char* path = nullptr, int fd = -1) {
   }
   const std::uint64_t n = ++g_state.seen;
   if (n <= kNamesKept) g_state.names[n - 1] = name;
+  if (g_state.watcher != nullptr) g_state.watcher(name);
   if (plan.from == 0 || n < plan.from || n - plan.from >= plan.count) return 0;
   if (plan.error == kShortCount && !is_transfer(name)) return 0;
   if (g_state.failed++ == 0) {
@@ -117,6 +119,7 @@ FailingCalls::FailingCalls(const FaultPlan& plan) {
 
 FailingCalls::~FailingCalls() { g_state.armed = false; }
 
+void FailingCalls::watch(void (*watcher)(const char* name)) { g_state.watcher = watcher; }
 std::uint64_t FailingCalls::seen() { return g_state.seen; }
 std::uint64_t FailingCalls::failed() { return g_state.failed; }
 const char* FailingCalls::first_failed() { return g_state.first_failed; }

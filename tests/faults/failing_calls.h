@@ -31,6 +31,8 @@ class FailingCalls {
   FailingCalls(const FailingCalls&) = delete;
   FailingCalls& operator=(const FailingCalls&) = delete;
 
+  // Has each counted operation announced before it is made; until the next one is built.
+  static void watch(void (*watcher)(const char* name));
   // Of the one that lives, or lived last.
   static std::uint64_t seen();
   static std::uint64_t failed();

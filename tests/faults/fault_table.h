@@ -39,7 +39,7 @@ struct FaultCount {
   std::uint64_t failed = 0;
   // Cases in which a value was given up, or less was done than 0 seems to say, by the name under
   // which the caveats have it. A case may stand under several.
-  std::map<std::string, std::uint64_t> named;
+  std::map<std::string, std::uint64_t> named = {};
   std::uint64_t with_a_name = 0;  // cases that stand under any
 };
 

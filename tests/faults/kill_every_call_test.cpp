@@ -10,11 +10,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "faults/fault_table.h"
 #include "faults/quick_child.h"
 #include "faults/saved_files.h"
 #include "faults/tracer.h"
@@ -29,13 +32,14 @@ using ::testing::Contains;
 constexpr int kMostCalls = 5000;  // an operation that makes more of them than this does not end
 // Instrumented code is several times slower; every call is the business of the plain builds.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kEveryCall = 7;
-constexpr int kTwice = 40;
+constexpr std::uint64_t kEveryCall = 7;
+constexpr std::uint64_t kTwice = 40;
 #else
-constexpr int kEveryCall = 1;
-constexpr int kTwice = 300;
+constexpr std::uint64_t kEveryCall = 1;
+constexpr std::uint64_t kTwice = 300;
 #endif
 constexpr char kMissing[] = "<missing>";
+constexpr char kGivenUp[] = "given up: ";
 
 std::string long_value(char letter) {
   std::string value(3000, letter);
@@ -124,55 +128,53 @@ class KillAtEveryCall : public StorageTest {
 
   // Runs the body with a kill at call 1, 2, 3 ... and the check after each, until it completes.
   void kill_everywhere(const std::function<void()>& body, const std::function<void()>& check,
-                       Kill kill = Kill::kProcess) {
+                       Kill kill = Kill::kProcess, KillBy by = best_killer()) {
     const SavedFiles before = SavedFiles::take();
-    const int stride = from_environment("VEXA_KILL_STRIDE", kEveryCall);
-    int rounds = 0;
+    const auto stride = static_cast<int>(how_many("VEXA_KILL_STRIDE", kEveryCall, 1));
+    FaultCount count{.kind = "kill"};
     std::map<std::string, int> killed_at;
-    std::map<std::string, int> noted;
     for (int call = 1; !HasFailure(); call += stride) {
       ASSERT_LT(call, kMostCalls) << "the operation does not end";
       before.put_back();
-      const TracedRun run = run_traced(body, call, kill);
-      if (!run.refused.empty()) return refused(run);
+      const TracedRun run = run_traced(body, call, kill, by);
+      if (!run.refused.empty()) return not_tested(run);
       SCOPED_TRACE("killed at call " + std::to_string(call) + ", " + run.killed_at);
-      const QuickResult result = run_quickly(check);
-      EXPECT_EQ(result.exit_code, 0) << "signal " << result.signal << "\n" << result.out;
-      take_notes(result.out, noted);
+      take_result(run_quickly(check), count);
       if (run.completed) {
         EXPECT_EQ(run.exit_code, 0) << "the operation failed";
+        --count.tried;  // that was no kill
         break;
       }
-      ++rounds;
       ++killed_at[run.killed_at];
     }
-    std::printf("killed at each of %d calls (", rounds);
-    for (const auto& [name, count] : killed_at) std::printf(" %s %d", name.c_str(), count);
-    std::printf(" )\n");
-    for (const auto& [name, count] : noted) std::printf("  %d: %s\n", count, name.c_str());
+    for (const auto& [name, times] : killed_at) std::printf("killed at %s: %d\n", name.c_str(), times);
+    report(count);
   }
 
-  static int from_environment(const char* name, int otherwise) {
-    const char* text = std::getenv(name);
-    return text == nullptr ? otherwise : std::max(1, std::atoi(text));
+  static void take_result(const QuickResult& result, FaultCount& count) {
+    ++count.tried;
+    EXPECT_EQ(result.exit_code, 0) << "signal " << result.signal << "\n" << result.out;
+    if (result.exit_code != 0) ++count.failed;
+    std::set<std::string> names;
+    for (std::size_t at = result.out.find(kGivenUp); at != std::string::npos;
+         at = result.out.find(kGivenUp, at + 1)) {
+      const std::size_t name = at + std::strlen(kGivenUp);
+      names.insert(result.out.substr(name, result.out.find('\n', at) - name));
+    }
+    for (const std::string& name : names) ++count.named[name];
+    if (!names.empty()) ++count.with_a_name;
   }
+
+  // In a check: counts the case under the name.
+  static void give_up(const char* name) { std::printf("%s%s\n", kGivenUp, name); }
 
   // Loud, and red on a build server: a silent skip would look like a proof.
-  static void refused(const TracedRun& run) {
+  static void not_tested(const TracedRun& run) {
     std::fprintf(stderr, "NOT TESTED: no process can be killed at its calls here: %s\n", run.refused.c_str());
     const char* ci = std::getenv("CI");
     if (ci != nullptr && std::string_view(ci) == "true") FAIL() << "not tested: " << run.refused;
     GTEST_SKIP() << "not tested: " << run.refused;
   }
-
-  // Lines of a check that begin with "note:" are counted by their text.
-  static void take_notes(const std::string& out, std::map<std::string, int>& noted) {
-    for (std::size_t at = out.find("note:"); at != std::string::npos; at = out.find("note:", at + 1)) {
-      ++noted[out.substr(at + 5, out.find('\n', at) - at - 5)];
-    }
-  }
-
-  static void note(const char* text) { std::printf("note:%s\n", text); }
 
   void expect_items() {
     for (const auto& [name, possible] : items_) {
@@ -189,9 +191,6 @@ class KillAtEveryCall : public StorageTest {
   void expect_nothing_lost() {
     const vexa_dm_backend_ops slots = start();
     expect_items();
-    if (check_database_health(kPrimary.c_str()) != 0 || check_database_health(kBackup.c_str()) != 0) {
-      note("a file became healthy with the next write only");
-    }
     expect_a_write(slots, {"cfg", 9, "probe", 6, "a new item"});
     expect_items();
     expect_a_write(slots, {"cfg", 1, "alpha", 6, "a new value of alpha"});
@@ -396,21 +395,36 @@ TEST_F(KillAtEveryCall, OfAWriteAndThenOfTheNextOne) {
     };
   };
   const int calls = run_traced(traced_write(beta, true), 0).calls;
-  const int seed = from_environment("VEXA_KILL_SEED", 2026);
-  std::mt19937 random(static_cast<unsigned>(seed));
-  const int pairs = from_environment("VEXA_KILL_TWICE", kTwice);
-  for (int pair = 0; pair < pairs && !HasFailure(); ++pair) {
+  const auto seed = static_cast<unsigned>(how_many("VEXA_KILL_SEED", 2026, 2026));
+  std::printf("seed %u\n", seed);
+  std::mt19937 random(seed);
+  const std::uint64_t pairs = how_many("VEXA_KILL_TWICE", kTwice, 10000);
+  FaultCount count{.kind = "second kill"};
+  for (std::uint64_t pair = 0; pair < pairs && !HasFailure(); ++pair) {
     before.put_back();
     const int first = 1 + static_cast<int>(random() % static_cast<unsigned>(calls));
     const int second = 1 + static_cast<int>(random() % static_cast<unsigned>(calls));
     SCOPED_TRACE("killed at call " + std::to_string(first) + ", then at " + std::to_string(second));
     const TracedRun run = run_traced(traced_write(beta, pair % 2 == 1), first);
-    if (!run.refused.empty()) return refused(run);
+    if (!run.refused.empty()) return not_tested(run);
     run_traced(traced_write(alpha, false), second);
-    const QuickResult result = run_quickly([&] { expect_nothing_lost(); });
-    EXPECT_EQ(result.exit_code, 0) << "signal " << result.signal << "\n" << result.out;
+    take_result(run_quickly([&] { expect_nothing_lost(); }), count);
   }
-  std::printf("killed at %d pairs of calls, seed %d\n", pairs, seed);
+  report(count);
+}
+
+// Where ptrace is refused this is what all the others do.
+TEST_F(KillAtEveryCall, OfAWriteThatKillsItselfWhereNobodyMayTraceIt) {
+  build_device();
+  const Item beta = {"cfg", 2, "beta", 6, long_value('n')};
+  also(beta);
+  kill_everywhere(
+      [&] {
+        const vexa_dm_backend_ops slots = start();
+        trace_from_here();
+        EXPECT_EQ(put(slots, beta), 0);
+      },
+      [&] { expect_nothing_lost(); }, Kill::kProcess, KillBy::kInterception);
 }
 
 // What a kill inside a clean leaves, by name; see the caveats.
@@ -441,16 +455,12 @@ class KillInAClean : public KillAtEveryCall {
 
   void check_clean() {
     if (exists(kPrimary)) {
-      note("nothing deleted yet");
       expect_nothing_lost();
       return;
     }
     EXPECT_TRUE(has_copy_of(image_)) << "deleted before the dated copy was whole";
     const bool backup_left = exists(kBackup);
-    const bool journal_left = exists(kJournal);
-    note(backup_left    ? "by contract: primary gone, the backup still answers until the next write"
-         : journal_left ? "by contract: only the journal is left"
-                        : "all three files deleted");
+    if (backup_left || exists(kJournal)) give_up("a cut clean has taken values");
     const vexa_dm_backend_ops slots = start();
     if (backup_left) {
       expect_items();
@@ -508,13 +518,16 @@ TEST_F(KillAtEveryCall, IsNoticedWhereAPrimaryIsRepairedInPlace) {
           close(fd);
         },
         call);
-    if (!run.refused.empty()) return refused(run);
+    if (!run.refused.empty()) return not_tested(run);
     if (run_quickly([&] { expect_nothing_lost(); }).exit_code != 0) lost_at.push_back(call);
   }
   EXPECT_THAT(lost_at, ::testing::ElementsAre(2)) << "open, write, close: before the write it is empty";
 }
 
-TEST(Tracer, KillsBeforeTheCallIsMade) {
+class Tracer : public ::testing::TestWithParam<KillBy> {};
+INSTANTIATE_TEST_SUITE_P(Both, Tracer, ::testing::Values(KillBy::kPtrace, KillBy::kInterception));
+
+TEST_P(Tracer, KillsBeforeTheCallIsMade) {
   const std::string path = "/tmp/traced";
   const auto body = [&] {
     trace_from_here();
@@ -522,15 +535,15 @@ TEST(Tracer, KillsBeforeTheCallIsMade) {
     EXPECT_EQ(write(fd, "ab", 2), 2);
     EXPECT_EQ(write(fd, "cd", 2), 2);
   };
-  const TracedRun whole = run_traced(body, 0);
+  const TracedRun whole = run_traced(body, 0, Kill::kProcess, GetParam());
   if (!whole.refused.empty()) GTEST_SKIP() << whole.refused;
   EXPECT_TRUE(whole.completed);
   EXPECT_EQ(whole.calls, 3);
-  const TracedRun killed = run_traced(body, 3);
+  const TracedRun killed = run_traced(body, 3, Kill::kProcess, GetParam());
   EXPECT_FALSE(killed.completed);
   EXPECT_EQ(killed.killed_at, "write");
   EXPECT_EQ(std::filesystem::file_size(path), 2u);
-  run_traced(body, 1);
+  run_traced(body, 1, Kill::kProcess, GetParam());
   EXPECT_EQ(std::filesystem::file_size(path), 2u);
 }
 

@@ -7,6 +7,7 @@
 #include <linux/ptrace.h>
 #include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -16,8 +17,12 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "faults/failing_calls.h"
 
 namespace vexa_test {
 namespace {
@@ -191,16 +196,89 @@ class Tracer {
   TracedRun run_;
 };
 
+// What a run that kills itself leaves behind, in memory that it shares with its parent.
+struct Intercepted {
+  int calls;
+  int at_call;
+  Kill kill;
+  bool killed;
+  std::array<char, 24> name;
+};
+
+Intercepted* g_intercepted = nullptr;  // null while ptrace is at work
+
+void count_intercepted(const char* name) {
+  Intercepted& run = *g_intercepted;
+  if (++run.calls != run.at_call) return;
+  run.killed = true;
+  std::snprintf(run.name.data(), run.name.size(), "%s", name);
+  ::kill(run.kill == Kill::kTree ? 0 : getpid(), SIGKILL);
+}
+
+void intercept_from_here() {
+  // For as long as the process lives.
+  new FailingCalls({});
+  FailingCalls::watch(count_intercepted);
+}
+
+TracedRun run_intercepted(const std::function<void()>& body, int at_call, Kill kill) {
+  void* const memory =
+      mmap(nullptr, sizeof(Intercepted), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return {"no shared memory", false, -1, 0, ""};
+  auto* const shared = static_cast<Intercepted*>(memory);
+  *shared = {0, at_call, kill, false, {}};
+  prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);  // commands that outlive it are waited for as well
+  const pid_t child = fork();
+  if (child == 0) {
+    g_intercepted = shared;
+    setpgid(0, 0);
+    body();
+    std::fflush(nullptr);
+    _exit(::testing::Test::HasFailure() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  while (waitpid(-1, nullptr, 0) > 0) {
+  }
+  TracedRun run;
+  run.calls = shared->calls;
+  run.completed = WIFEXITED(status);
+  if (run.completed) run.exit_code = WEXITSTATUS(status);
+  if (shared->killed) run.killed_at = shared->name.data();
+  if (!run.completed && !shared->killed) run.refused = "ended by signal " + std::to_string(WTERMSIG(status));
+  munmap(memory, sizeof(Intercepted));
+  return run;
+}
+
+KillBy find_best_killer() {
+  const char* const wish = std::getenv("VEXA_KILL_BY");
+  if (wish != nullptr && std::strcmp(wish, "interception") == 0) return KillBy::kInterception;
+  const std::string refused = run_traced(trace_from_here, 0, Kill::kProcess, KillBy::kPtrace).refused;
+  if (refused.empty()) return KillBy::kPtrace;
+  std::fprintf(stderr,
+               "NOTE: %s here; processes are killed at each intercepted call of the C library instead, and "
+               "not within the commands that they start\n",
+               refused.c_str());
+  return KillBy::kInterception;
+}
+
 }  // namespace
 
+KillBy best_killer() {
+  static const KillBy best = find_best_killer();
+  return best;
+}
+
 void trace_from_here() {
+  if (g_intercepted != nullptr) return intercept_from_here();
   if (trace(PTRACE_TRACEME, 0, 0, 0L) != 0) _exit(kPtraceRefused);
   raise(SIGSTOP);
   if (!install_filter()) _exit(kFilterRefused);
 }
 
-TracedRun run_traced(const std::function<void()>& body, int at_call, Kill kill) {
+TracedRun run_traced(const std::function<void()>& body, int at_call, Kill kill, KillBy by) {
   std::fflush(nullptr);
+  if (by == KillBy::kInterception) return run_intercepted(body, at_call, kill);
   const pid_t child = fork();
   if (child == 0) {
     body();
