@@ -325,6 +325,7 @@ INSTANTIATE_TEST_SUITE_P(
         CompiledDefault{"EmptyText", text_item(1, "A", ""), 8, 0, "????????????"},
         CompiledDefault{"Block", block_item(1, "A", block_bytes, 5), 8, 5, "\1\2\3\4\5???????"},
         CompiledDefault{"BlockOfFiveInTwo", block_item(1, "A", block_bytes, 5), 2, 5, "\1\2\3\4\5???????"},
+        CompiledDefault{"EmptyBlockWithoutAddress", block_item(1, "A", nullptr, 0), 8, 0, "????????????"},
         CompiledDefault{"EmptyBlock", block_item(1, "A", block_bytes, 0), 8, 0, "????????????"},
         CompiledDefault{"NoType", number_item(1, "A", 0, 0x44434241, 4), 8, 0, "????????????"},
         CompiledDefault{"UnknownType", number_item(1, "A", 7, 0x44434241, 4), 8, 0, "????????????"}),
@@ -381,6 +382,7 @@ class StoredDefaults : public DeviceTest {
                                                 block_item(4, "BLOCK", "\1\2\3\4\5", 5),
                                                 bare_item(5, "BARE"),
                                                 text_item(6, "EMPTY", ""),
+                                                number_item(8, "ALT", VEXA_DM_U32_ALT, 4712, 4),
                                                 end_of_table()};
   // Registered after the defaults were stored: the stored defaults lack it.
   static inline vexa_dm_default_item later[] = {text_item(7, "LATER", "compiled in"), end_of_table()};
@@ -425,7 +427,9 @@ TEST_F(StoredDefaults, SayTheValueOfTextsAndLongNumbers) {
   read_item(handle, 1);
   read_item(handle, 2);
   read_item(handle, 3);
+  EXPECT_EQ(read_item(handle, 8).bytes, std::string("\x68\x12\0\0", 4));
 
+  EXPECT_EQ(log.count("ALT def value is 4712\n"), 0u);
   EXPECT_TRUE(log.has(3, "oem_dm_try_read_def_value", "TEXT def value is abc\n"));
   EXPECT_TRUE(log.has(3, "oem_dm_try_read_def_value", "NUMBER def value is 4711\n"));
   EXPECT_EQ(log.count("SHORT def value is 258\n"), 0u);
@@ -482,7 +486,7 @@ TEST_F(StoredDefaults, ConstructCountsItsItemsDownAndRestoresTheirTypes) {
 
   EXPECT_EQ(vexa_dm_construct_def_database(1), 0);
 
-  EXPECT_TRUE(log.has(0, "oem_dm_construct_def_database", "tmp_cnt 6!\n"));
+  EXPECT_TRUE(log.has(0, "oem_dm_construct_def_database", "tmp_cnt 7!\n"));
   EXPECT_TRUE(log.has(0, "oem_dm_construct_def_database", "tmp_cnt-- 0!\n"));
   EXPECT_EQ(table[0].desc.type, 5);
 }

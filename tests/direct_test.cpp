@@ -178,12 +178,30 @@ TEST_F(DirectWrite, OfTheSameBytesDoesNotReachTheBackend) {
 }
 
 TEST_F(DirectWrite, OfAPrefixOfTheStoredValueCountsAsTheSame) {
+  backend.values[kBare] = "abcd";
+
+  EXPECT_EQ(write(kBare, "abc"), 0);
+
+  EXPECT_EQ(backend.values[kBare], "abcd");
+  EXPECT_THAT(events, IsEmpty());
+}
+
+// Of a backend that delivers the head of a value that does not fit.
+TEST_F(DirectWrite, OfAnyPrefixThatTheBackendDeliversCountsAsTheSame) {
   backend.values[kBare] = "abcdef";
+  backend.cuts = true;
 
   EXPECT_EQ(write(kBare, "abc"), 0);
 
   EXPECT_EQ(backend.values[kBare], "abcdef");
-  EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(DirectWrite, OverAValueTooLongToCompareIsStored) {
+  backend.values[kBare] = "abcdef";
+
+  EXPECT_EQ(write(kBare, "abc"), 0);
+
+  EXPECT_EQ(backend.values[kBare], "abc");
 }
 
 TEST_F(DirectWrite, OfALongerValueIsStored) {

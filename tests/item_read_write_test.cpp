@@ -312,6 +312,40 @@ TEST_F(ItemWrite, OfALongerValueIsNotTheSame) {
   EXPECT_EQ(backend.values[kBare], std::string("abc\0", 4));
 }
 
+// Set back to "abc" by a process that has read nothing yet.
+TEST_F(ItemWrite, OfTheDefaultOverALongerStoredValueIsStored) {
+  backend.values[kText] = "my long network";
+
+  EXPECT_EQ(write(kText, "abc"), 0);
+
+  EXPECT_EQ(backend.values[kText], "abc");
+  EXPECT_EQ(read(kText).bytes, "abc");
+}
+
+TEST_F(ItemWrite, OfTheDefaultIsStoredWhereTheBackendCannotTellWhatItHolds) {
+  for (const int32_t failure : {-101, -102}) {
+    backend.missing = failure;
+    backend.values.clear();
+    backend.calls.clear();
+    backend.write_result = -1;
+
+    EXPECT_EQ(write(kText, "abc"), -1) << failure;
+
+    EXPECT_THAT(backend.calls, ElementsAre("read 3 len 4", "write 3 len 3"));
+  }
+}
+
+TEST_F(ItemWrite, OfTheDefaultIsSkippedWhereTheBackendHoldsNothing) {
+  for (const int32_t nothing : {-1, -100}) {
+    backend.missing = nothing;
+    backend.calls.clear();
+
+    EXPECT_EQ(write(kText, "abc"), 0) << nothing;
+
+    EXPECT_THAT(backend.calls, ElementsAre("read 3 len 4"));
+  }
+}
+
 TEST_F(ItemWrite, OfOtherBytesOfTheSameLengthIsNotTheSame) {
   ASSERT_EQ(write(kBare, "abc"), 0);
 
@@ -459,7 +493,7 @@ TEST_F(ItemFromFile, SaysWhichItemAtInfoLevel) {
   vexa_dm_read_from_dbconfigfile(backend.handle, kBare, buffer, 64);
 
   EXPECT_EQ(log.lines().front().message, "hash:CFG_TAB BARE\n");
-  EXPECT_TRUE(log.has(1, "oem_dm_read", "hash:CFG_TAB BARE\n"));
+  EXPECT_TRUE(log.has(1, "oem_dm_read_from_dbconfigfile", "hash:CFG_TAB BARE\n"));
 }
 
 TEST_F(ItemFromFile, OfAnEmptyStoredValueIsZero) {
@@ -479,8 +513,8 @@ TEST_F(ItemFromFile, EveryFailureIsThree) {
   EXPECT_EQ(vexa_dm_read_from_dbconfigfile(backend.handle, kText, buffer, 8), 3);
 
   EXPECT_EQ(log.count("oem_dm_read param NULL\n"), 3u);
-  EXPECT_TRUE(log.has(3, "oem_dm_read", "oem_dm_read param NULL\n"));
-  EXPECT_TRUE(log.has(3, "oem_dm_read", "symLookup failed: 77\n"));
+  EXPECT_TRUE(log.has(3, "oem_dm_read_from_dbconfigfile", "oem_dm_read param NULL\n"));
+  EXPECT_TRUE(log.has(3, "oem_dm_read_from_dbconfigfile", "symLookup failed: 77\n"));
   EXPECT_EQ(vexa_dm_cache_read(kText, buffer, 8), -1);
 }
 
@@ -670,6 +704,18 @@ TEST_F(ItemsOnDevice, AnEmptiedItemReadsAsItsDefault) {
   ASSERT_EQ(write_item(handle_, kText, "stored"), 0);
 
   ASSERT_EQ(vexa_dm_empty(handle_, kText), 0);
+
+  EXPECT_EQ(read_item(handle_, kText).bytes, "abc");
+}
+
+TEST_F(ItemsOnDevice, AnItemIsSetBackToItsDefaultAlsoByAProcessThatHasNotReadIt) {
+  const auto in_new_process = [](const auto& body) {
+    const ChildResult child = run_in_child(body);
+    ASSERT_EQ(child.exit_code, 0) << child.out << child.err;
+  };
+  in_new_process([this] { ASSERT_EQ(write_item(handle_, kText, "my long network"), 0); });
+
+  in_new_process([this] { ASSERT_EQ(write_item(handle_, kText, "abc"), 0); });
 
   EXPECT_EQ(read_item(handle_, kText).bytes, "abc");
 }

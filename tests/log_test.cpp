@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <vexadm/data_manager.h>
 
 #include <array>
 #include <cerrno>
@@ -356,6 +357,18 @@ TEST(LogCallSite, PrintsAConsoleLineWithTheNameAsItIsWhenTheToolIsEnabled) {
   });
   EXPECT_EQ(child.out, "oem_fwa[" + child.err + "] vexa_string_memcpy(): Invalid string parameter.\n");
   EXPECT_STREQ(log_msg, "");
+}
+
+// The console shows which function it was, also where the message names it otherwise.
+TEST(LogCallSite, PrintsReadsUnderTheirOwnNames) {
+  const ChildResult child = run_in_child([] {
+    vexa_set_log_tool_enable(1);
+    vexa_dm_read(nullptr, 1, nullptr, 0);
+    vexa_dm_read_from_dbconfigfile(nullptr, 1, nullptr, 0);
+    std::fprintf(stderr, "%d", getpid());
+  });
+  EXPECT_EQ(child.out, "oem_fwa[" + child.err + "] vexa_dm_read(): oem_dm_read param NULL\n" + "oem_fwa[" +
+                           child.err + "] vexa_dm_read_from_dbconfigfile(): oem_dm_read param NULL\n");
 }
 
 TEST(LogCallSite, PrintsNothingWhenFiltered) {

@@ -185,12 +185,34 @@ TEST_F(Busy, AWriteThatThePrimaryRefusesDoesNotReachTheBackup) {
 
 TEST_F(Busy, ABackupLockedForTooLongKeepsThePreviousValueUntilTheNextWrite) {
   LockHolder holder(DB_CONFIGBAK, "begin immediate", kTooLong);
-  EXPECT_EQ(write("new"), 0);
+  {
+    const LogCapture log;
+    EXPECT_EQ(write("new"), 0);
+    EXPECT_TRUE(log.has(3, "dm_pal_write", "/data/configbak.db keeps the previous value of NET apn\n"));
+  }
   holder.release();
   EXPECT_EQ(read(), "old");
   const vexa_dm_item_desc other{"NET", "other", VEXA_DM_STRING};
   EXPECT_EQ(slots.write(2, &other, "x", 1), 0);
   EXPECT_EQ(read(), "new");
+}
+
+// What the default stands in for could not be looked at: 0 would be a lie.
+TEST_F(Busy, ALockThatOutlastsTheBoundIsNotTakenForAnItemThatHoldsNothing) {
+  vexa_dm_handle* const handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+  vexa_dm_default_item items[] = {{1, {"NET", "apn", 0}, {.text = "factory"}, VEXA_DM_STRING, 7},
+                                  {-1, {}, {}, 0, 0}};
+  ASSERT_EQ(vexa_dm_reg_def_items(items), 0);
+  {
+    LockHolder holder(DB_CONFIGBAK, "begin exclusive", kTooLong);
+    LogCapture log;
+    vexa_dm_write(handle, 1, "factory", 7);
+    EXPECT_EQ(log.count("Try to write the same data\n"), 0U);
+  }
+  const vexa_dm_item_desc other{"NET", "other", VEXA_DM_STRING};
+  EXPECT_EQ(slots.write(2, &other, "x", 1), 0);
+  EXPECT_EQ(read(), "factory");
+  vexa_dm_unreg(handle);
 }
 
 TEST_F(Busy, APrimaryLockedForTooLongGivesMinusOneForANewTable) {

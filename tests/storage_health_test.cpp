@@ -63,7 +63,7 @@ TEST_F(Health, ATextIsNoDatabase) {
 
   EXPECT_TRUE(log_is(
       log, {"3 check_database_health|/data/notes.txt Quick check error: file is not a database (Code: 26)\n",
-            "0 check_database_health|is_corrupted=0\n"}));
+            "3 check_database_health|is_corrupted=0\n"}));
 }
 
 TEST_F(Health, ALongTextIsNoDatabase) {
@@ -81,7 +81,7 @@ TEST_F(Health, ABrokenSchemaIsCorrupt) {
 
   EXPECT_TRUE(log_is(log, {"3 check_database_health|/data/config.db corruption detected: database disk image "
                            "is malformed (Code: 11)\n",
-                           "0 check_database_health|is_corrupted=1\n"}));
+                           "3 check_database_health|is_corrupted=1\n"}));
 }
 
 TEST_F(Health, ProblemRowsAreCorruptThoughTheCheckItselfWorked) {
@@ -152,7 +152,8 @@ TEST_F(HealthRow, EveryRowStartsAfreshSoThatTheLastOneDecides) {
 
 const std::string kCorrupt = "3 dm_read_db|[LINE] sqlite3_prepare error, 11 \n";
 const std::string kHealthy = "0 check_database_health|is_corrupted=0\n";
-const std::string kUnhealthy = "0 check_database_health|is_corrupted=1\n";
+const std::string kUnhealthy = "3 check_database_health|is_corrupted=1\n";
+const std::string kFoundUnhealthy = "0 check_database_health|is_corrupted=1\n";
 const std::string kCopyDone = "0 dm_sqlite_system_cmd|read_len=0\n";
 
 std::string corruption(const std::string& path) {
@@ -231,7 +232,7 @@ TEST_F(Repair, WithNothingHealthyAReadLeavesThePrimaryAndTriesOnceMore) {
   EXPECT_EQ(dm_read_db(kPrimary.c_str(), "cfg", "k", buffer.data(), &crc, 16), -100);
 
   EXPECT_TRUE(log_is(log, {kCorrupt, "3 integrity_check_callback|[ERROR] Corruption detected: <any>",
-                           kUnhealthy, no_factory_[0], no_factory_[1], kCorrupt}));
+                           kFoundUnhealthy, no_factory_[0], no_factory_[1], kCorrupt}));
   EXPECT_EQ(read_file(kPrimary), primary);
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <string>
@@ -368,6 +369,49 @@ TEST_F(StartCheck, AWrittenPrimaryGivesTheBackupItsRecord) {
   EXPECT_TRUE(log_is(log, {"? dm_sqlite_check_database|dm_sqlite_check_database read primary\n"},
                      "dm_sqlite_check_database"));
   EXPECT_EQ(log_count(log, "0 dm_update_record|wr crc: <any>\n"), 1u);
+}
+
+// A backup that cannot take the record is a reason to repair; the check then must not wait for the
+// lock that it holds itself.
+TEST_F(StartCheck, ACorruptBackupBringsTheFactoryCopyWithoutAWait) {
+  make_dirs("/vexanvbak/data");
+  put_item(kFactory, {"cfg", 7, "k", 6, "factory!"});
+  put_item(kPrimary, {"cfg", 7, "k", 6, "eight by"});
+  put_item(kBackup, {"cfg", 7, "k", 6, "previous"});
+  damage_schema(kBackup);
+  EXPECT_EQ(record(WS_WRITE_DONE, 8), 0);
+  const LogCapture log;
+  const auto start = std::chrono::steady_clock::now();
+
+  EXPECT_EQ(check(), 0);
+
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(VEXA_STORAGE_BUSY_MS / 2));
+  EXPECT_EQ(log_count(log, "3 dm_write_db|ERROR: cp /vexanvbak/data/config.db /data/config.db"), 1u);
+  EXPECT_EQ(read_file(kPrimary), read_file(kFactory));
+}
+
+TEST_F(StartCheck, ACorruptBackupWithoutAFactoryCopyCostsNothing) {
+  put_item(kPrimary, {"cfg", 7, "k", 6, "eight by"});
+  put_item(kBackup, {"cfg", 7, "k", 6, "previous"});
+  damage_schema(kBackup);
+  EXPECT_EQ(record(WS_WRITE_DONE, 8), 0);
+
+  EXPECT_EQ(check(), 0);
+
+  EXPECT_EQ(stored(kPrimary, "cfg", "k"), "eight by");
+}
+
+TEST_F(StartCheck, APrimaryThatOthersKeepLockedLeavesTheBackupAsItIs) {
+  put_item(kPrimary, {"cfg", 7, "k", 6, "eight by"});
+  put_item(kBackup, {"cfg", 7, "k", 6, "previous"});
+  EXPECT_EQ(record(WS_WRITE_DONE, 8), 0);
+  {
+    const LockHolder other(kPrimary, "begin immediate", 60000);
+    EXPECT_EQ(check(), 0);
+  }
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "previous");
+  EXPECT_EQ(check(), 0);
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "eight by");
 }
 
 TEST_F(StartCheck, TakesIdAndTypeFromTheJournal) {

@@ -627,7 +627,25 @@ TEST_F(WithoutMemory, ArrayThatCannotGrowStaysAsItIs) {
   EXPECT_EQ(child.exit_code, 0) << child.out;
 }
 
-TEST(SymbolWalk, EndsWhenATableIsClosed) {
+TEST(SymbolWalk, GoesOnWhenAnotherTableIsClosed) {
+  const int32_t tables = symOpen(1);
+  for (const char* name : {"a", "b", "c"}) {
+    const int32_t inner = symOpen(4);
+    symEnter(inner, "x", valueInteger(0), 0);
+    symEnter(tables, name, valueInteger(inner), 0);
+  }
+
+  std::string closed;
+  for (const vexa_sym_entry* entry = symFirst(tables); entry != nullptr; entry = symNext(tables)) {
+    symClose(entry->content.value.integer);
+    closed += entry->name.value.string;
+  }
+
+  EXPECT_EQ(closed, "abc");
+  symClose(tables);
+}
+
+TEST(SymbolWalk, EndsWhenItsTableIsClosed) {
   const int32_t table = symOpen(1);
   symEnter(table, "a", valueInteger(1), 0);
   symEnter(table, "b", valueInteger(2), 0);

@@ -16,6 +16,7 @@ struct Budget {
   int64_t deadline_us;        // 0 until the first wait
   int64_t share_us;           // 0: no share
   int64_t share_deadline_us;  // 0 until the first wait of the share
+  bool gave_up;
 };
 
 // Initial-exec: no call into the dynamic loader on each access, and none to link with.
@@ -30,7 +31,9 @@ int64_t monotonic_us() {
 }  // namespace
 
 CallBudget::CallBudget() {
-  if (budget.depth++ == 0) budget.deadline_us = 0;
+  if (budget.depth++ != 0) return;
+  budget.deadline_us = 0;
+  budget.gave_up = false;
 }
 
 CallBudget::~CallBudget() { --budget.depth; }
@@ -48,7 +51,10 @@ bool CallBudget::wait(int attempt) {
   if (budget.share_deadline_us == 0) budget.share_deadline_us = now + budget.share_us;
   int64_t left = budget.deadline_us - now;
   if (budget.share_us != 0) left = std::min(left, budget.share_deadline_us - now);
-  if (left <= 0) return false;
+  if (left <= 0) {
+    budget.gave_up = true;
+    return false;
+  }
 
   // A writer holds its lock for a few milliseconds: start short, never oversleep the budget.
   constexpr int64_t kShortestUs = 500;
@@ -58,5 +64,7 @@ bool CallBudget::wait(int attempt) {
   nanosleep(&request, nullptr);
   return true;
 }
+
+bool CallBudget::gave_up() { return budget.gave_up; }
 
 }  // namespace vexa

@@ -28,6 +28,10 @@ class CallBudget {
   // Waits a moment for a lock of another process; the attempt counts from 0.
   // False when the budget, or the share of it, is spent.
   static bool wait(int attempt);
+
+  // True when a wait has been refused since the outermost call began: something that was asked
+  // for has not been looked at.
+  static bool gave_up();
 };
 
 }  // namespace vexa

@@ -25,7 +25,9 @@
  * before other threads use the family. After that, reads, writes and cache
  * calls may come from any thread; the backend serialises storage, the cache
  * locks each entry. Two threads that store the same new id at the same moment
- * may make two entries, of which the first one answers from then on.
+ * may make two entries, of which the first one answers from then on. No lock spans
+ * backend and cache: where one thread writes an item while another writes it or
+ * reads it for the first time, the cache may keep the older of the two values.
  *
  * Blocking: what reaches the backend does file input and output and waits for
  * locks of other processes, in all at most VEXA_STORAGE_BUSY_MS per call; the
@@ -58,7 +60,9 @@ VEXA_BEGIN_DECLS
  * Told after the backend has accepted a value, before the cache has it.
  *
  * Runs in the writer's thread. A vexa_dm_read() of the id from here still
- * gives what the cache held before, or the new value if the id was not cached.
+ * gives what the cache held before; if the id was not cached, the new value, or the
+ * default when the item was emptied. Do not write the id from here: the outer write
+ * sets the cache last, to its own, older value.
  *
  * @param id      item id
  * @param data    length bytes, the writer's own buffer; borrowed for the call
@@ -150,7 +154,9 @@ VEXA_API uint32_t dm_pal_check_db_health(const char *path);
  * @param handle  handle
  * @param id      item id
  * @param buffer  at least len bytes; receives the value, without a terminator
- * @param len     capacity in bytes, at least 1
+ * @param len     capacity in bytes, at least 1. Offer room for the longest value: a
+ *                stored one that does not fit fails its CRC, which gives the default,
+ *                or is cut, and stays cut in the cache, where its CRC is 0
  * @return bytes of the value, 0 when it is empty, when run-clean state
  *         suppresses the stored default (the buffer is untouched then), or for a
  *         compiled-in default whose type is not 1 to 6;
@@ -176,9 +182,10 @@ VEXA_API int32_t vexa_dm_read(struct vexa_dm_handle *handle, int32_t id, uint8_t
 /**
  * Writes an item: to the backend, then tells the change callback, then the cache.
  *
- * A value equal to what vexa_dm_read() gives (a default counts) is not stored
- * again. In run-clean state only the cache is written and the callback is
- * not called.
+ * A value equal to what vexa_dm_read() gives is not stored again; the default of an
+ * item that holds nothing counts. A default that stands in for a stored value which
+ * cannot be delivered (longer, damaged, locked) does not. In run-clean state only the cache is written and
+ * the callback is not called.
  *
  * @param handle  handle
  * @param id      item id
@@ -252,8 +259,9 @@ VEXA_API int32_t vexa_dm_read_db(struct vexa_dm_handle *handle, int32_t id, char
  * Writes an item to the backend, past the cache: vexa_dm_read() of a cached
  * item keeps giving the cached value.
  *
- * A stored value that starts with data counts as equal, even when it is
- * longer, and so does a stored value that data continues with zero bytes.
+ * A stored value of data and one byte more counts as equal, and so does a stored
+ * value that data continues with zero bytes; a value that is longer still cannot
+ * be compared and is written over.
  *
  * @param handle  handle
  * @param id      item id
@@ -304,7 +312,8 @@ VEXA_API int32_t vexa_dm_reg_def_items(struct vexa_dm_default_item *table);
  *
  * Failures of single items are not reported.
  *
- * @param type  backend type; any but VEXA_DM_BACKEND_SQLITE aborts when items are registered
+ * @param type  backend type; any but VEXA_DM_BACKEND_SQLITE aborts when items are registered,
+ *              except in run-clean state, where nothing is stored
  * @return 0; -1 when no item is registered, in which case the handle
  *         made for the call is not given back: do not call it in a loop
  * @note Blocks on storage. Logs "tmp_cnt %d!\n" and "tmp_cnt-- %d!\n" (level 0)

@@ -16,7 +16,8 @@
  * |------|---------------------------------------------------------------------|
  * |    0 | success                                                             |
  * |  > 0 | bytes of the value that a read copied                               |
- * |   -1 | NULL or negative argument; no such row; empty value; table not made |
+ * |   -1 | NULL or negative argument; no such row; empty value; table not made;|
+ * |      | a row that could not be stepped to (damage, a lock)                 |
  * |   -3 | dm_pal_read_by_key() called with a NULL argument                    |
  * | -100 | statement not prepared: no such table or column, or a corruption    |
  * |      | that one repair did not cure                                        |
@@ -140,7 +141,8 @@ VEXA_API int32_t dm_sqlite_read(uint32_t id, const struct vexa_dm_item_desc *des
 
 /**
  * Deletes primary, backup and journal (slot clean), after a dated copy of the
- * primary on request. At most three dated copies are kept, .db1 the oldest.
+ * primary on request. Three dated copies are kept, .db1 the oldest;
+ * where a fourth file lies among them, four.
  *
  * @param backup  not NULL: make a dated copy first; the text is not looked at
  * @return 0 done; (uint32_t)-1 a shell command could not be started, or a file
@@ -243,8 +245,9 @@ VEXA_API int32_t dm_pal_read(const char *table, const char *key, uint8_t *buffer
  * When it returns 0, the row was written and the backup was refreshed, the
  * value survives a power cut. Where the whole file cannot be copied, the record
  * alone goes into the backup. A primary that fails its check, or a backup that
- * cannot be written at all (locked for longer than the budget), leaves the
- * previous value readable until a later write succeeds; the log tells.
+ * cannot be written at all (a lock held for longer than the budget), leaves the
+ * previous value readable until a later write succeeds; the log tells, the latter
+ * by "%s keeps the previous value of %s %s\n" at level 3.
  *
  * @param table, id, key, type  the row; table and key unescaped SQL text
  * @param data    length bytes; borrowed
@@ -320,8 +323,10 @@ VEXA_API int32_t dm_write_state_db(const char *item_table, uint32_t id, const ch
  * @param item_table  33 bytes; receives the table, or "" when it is longer than 32 characters
  * @param item_key    33 bytes; the same for the key
  * @param id, type, len, state  receive the columns; a NULL column counts as 0
- * @return 0; SQLite's code when the file cannot be opened; -1 NULL argument, no table, no row
- * @note Outputs are untouched on failure. Takes no lock. Logs the row at level 0.
+ * @return 0; SQLite's code when the file cannot be opened; -1 NULL argument, no table, no row, or
+ *         any other failure of the select
+ * @note Makes a file that is missing, empty, and adds columns that an older build's table
+ *       lacks. Outputs are untouched on failure. Takes no lock. Logs the row at level 0.
  */
 VEXA_API int32_t dm_read_state_db(char *item_table, char *item_key, int32_t *id, int32_t *type, int32_t *len,
                                   int32_t *state);
@@ -331,7 +336,7 @@ VEXA_API int32_t dm_read_state_db(char *item_table, char *item_key, int32_t *id,
  * names go from primary to backup. A journal at WS_READY is not acted on, as
  * the backup still holds the previous, whole value.
  *
- * @return 0 nothing to do or record copied; -1 nothing to finish; -1, -100,
+ * @return 0 nothing to do, or the copy was tried (what fails is logged); -1 nothing to finish; -1, -100,
  *         -101 from reading the primary; -102 the primary's record fails its
  *         CRC; SQLite's code when the journal cannot be opened. All as unsigned.
  * @note The journal stays as it is. Takes no lock; sqlite_reg() calls it with the mutex held.
@@ -343,12 +348,16 @@ VEXA_API uint32_t dm_sqlite_check_database(void);
 /**
  * Opens a database read-only and runs SQLite's quick check on it.
  *
+ * Changes nothing, with one exception: where a writer was killed, its rollback
+ * journal is applied first, as any reader with write access would do it.
+ *
  * @param path  database file; never created
  * @return 0 healthy; 1 corrupt; (uint32_t)-1 not opened for another reason
  *         (a missing file too) or a NULL path; (uint32_t)-2 the check failed
  *         for another reason (not a database)
- * @note Logs "is_corrupted=%d\n" last: at level 3 when the open failed, else at
- *       level 0, even when the verdict is 1. Takes no lock.
+ * @note Logs "is_corrupted=%d\n" last: at level 0 after a check that came to its
+ *       end, even when the verdict is 1; at level 3 when it could not be opened or
+ *       checked. Takes no lock.
  */
 VEXA_API uint32_t check_database_health(const char *path);
 
@@ -415,7 +424,7 @@ VEXA_API uint32_t dm_read_all_tabs_from_db(const char *path);
 /**
  * Appends one table's rows to a CSV stream.
  *
- * key only when at most 31 bytes, len and type only when at most 4 digits;
+ * key only when at most 31 bytes, len and type only when at most 4 characters, a sign included;
  * value as text for type 5, else its first 4 bytes as a signed number.
  *
  * @param db    open database

@@ -110,7 +110,8 @@ VEXA_API int32_t symDelete(int32_t handle, const char *name);
  * Starts a walk over all entries, bucket by bucket, each from its oldest entry.
  * @return the first entry; NULL when the table is empty or the handle not open
  * @note One walk at a time in the whole process. The entry that was returned
- *       last may be deleted; closing any table ends the walk: symNext() then gives NULL.
+ *       last may be deleted; closing the table that is walked ends the walk: symNext()
+ *       then gives NULL. Other tables may be closed.
  */
 VEXA_API vexa_sym_entry *symFirst(int32_t handle);
 

@@ -45,7 +45,7 @@ union vexa_dm_default_value {
   uint16_t u16;      /**< type 2 */
   uint32_t u32;      /**< types 3 and 4 */
   const char *text;  /**< type 5: terminated text; NULL counts as no default */
-  const void *block; /**< type 6: length bytes; NULL counts as no default */
+  const void *block; /**< type 6: length bytes; NULL with a length counts as no default */
 };
 
 /**

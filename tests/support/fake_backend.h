@@ -35,7 +35,7 @@ class FakeBackend {
   std::vector<std::string> calls;           // "write 7 len 3", in order
   std::map<uint32_t, std::string> values;   // stored items
   std::optional<int32_t> write_result;      // instead of storing
-  int32_t missing = -1;                     // result of a read that finds nothing
+  int32_t missing = -1;                     // result of a read that finds nothing, or fails
   const vexa_dm_item_desc* desc = nullptr;  // of the last call
   char* clean_argument = nullptr;
   uint32_t clean_result = 0;
@@ -43,6 +43,7 @@ class FakeBackend {
   std::optional<std::string> defaults;  // what def_db_read delivers
   int32_t default_read_result = -1;     // of def_db_read when it delivers nothing
   uint32_t default_write_result = 0;
+  bool cuts = false;  // delivers the head of a value that does not fit
 
  private:
   static void note(const char* what, uint32_t id, int64_t length) {
@@ -86,10 +87,11 @@ class FakeBackend {
     return deliver(*active_->defaults, buffer, length);
   }
 
+  // As the storage does it: what does not fit fails its checksum.
   static int32_t deliver(const std::string& value, uint8_t* buffer, int32_t length) {
     const std::size_t count = std::min(value.size(), static_cast<std::size_t>(length));
     std::memcpy(buffer, value.data(), count);
-    return static_cast<int32_t>(count);
+    return count < value.size() && !active_->cuts ? -102 : static_cast<int32_t>(count);
   }
 
   static inline FakeBackend* active_ = nullptr;

@@ -65,6 +65,7 @@ int32_t compiled_default(const vexa_dm_default_item& item, uint8_t* buffer, int3
     case VEXA_DM_STRING:
       return item.value.text != nullptr ? copy_text(item.value.text, buffer, len) : no_default();
     case VEXA_DM_BLOCK:
+      if (item.length == 0) return 0;
       if (item.value.block == nullptr) return no_default();
       // Whole, whatever len is: half a block means nothing. The header warns of it.
       std::memcpy(buffer, item.value.block, static_cast<std::size_t>(item.length));

@@ -15,8 +15,8 @@ using vexa::dm::run_clean;
 using vexa::log::kError;
 using vexa::log::kInfo;
 
-// Compares the first bytes only, so a longer stored value that starts with data counts as the
-// same: a read past the cache tells no length to compare, unlike in vexa_dm_write.
+// Compares the first bytes only, so a stored value of data and one more byte counts as the same:
+// a read past the cache tells no length to compare, unlike in vexa_dm_write.
 bool starts_already_with(vexa_dm_handle* handle, int32_t id, const uint8_t* data, int32_t len) {
   if (len == INT32_MAX) return false;
   const auto size = static_cast<std::size_t>(len);

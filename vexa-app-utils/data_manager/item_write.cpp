@@ -7,6 +7,7 @@
 
 #include "call_budget.h"
 #include "data_manager/defaults.h"
+#include "data_manager/items.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
 #include "owners.h"
@@ -18,8 +19,12 @@ using log::kDebug;
 using log::kError;
 using log::kInfo;
 
-// True when a read gives exactly these bytes. A default counts: a value that needs no row of its
-// own must not wear the flash.
+// Of the backend.
+constexpr int32_t kOpenFailed = -101;
+constexpr int32_t kUndelivered = -102;
+
+// True when a read gives exactly these bytes. The default of an item that holds nothing counts: a
+// value that needs no row of its own must not wear the flash.
 bool holds_already(vexa_dm_handle* handle, int32_t id, const void* data, int32_t len) {
   if (len == INT32_MAX) return false;
   // One byte more than the value, so that a longer stored value cannot look equal; and room for a
@@ -27,8 +32,13 @@ bool holds_already(vexa_dm_handle* handle, int32_t id, const void* data, int32_t
   const int32_t size = std::max(len + 1, widest_default(id));
   const auto present = Heap<uint8_t>::zeroed(static_cast<std::size_t>(size));
   if (!present) return false;
-  return vexa_dm_read(handle, id, present.get(), len + 1) == len &&
-         std::memcmp(present.get(), data, static_cast<std::size_t>(len)) == 0;
+  const Read read = read_item(handle, id, present.get(), len + 1);
+  if (read.result != len || std::memcmp(present.get(), data, static_cast<std::size_t>(len)) != 0)
+    return false;
+  // A default that stands in for a value which could not be delivered (too long for this buffer,
+  // damaged, locked) says nothing about what is stored. Who sets an item back to its default must
+  // not hear 0 while the old value stays.
+  return read.failed != kOpenFailed && read.failed != kUndelivered && !CallBudget::gave_up();
 }
 
 }  // namespace

@@ -131,11 +131,11 @@ void symClose(int32_t handle) {
   for (int32_t bucket = 0; bucket < table->size; ++bucket) {
     for (vexa_sym_entry* entry = table->buckets[bucket]; entry;) {
       vexa_sym_entry* const next = entry->next;
+      if (g_cursor.next == entry) g_cursor = kWalkEnded;
       free_entry(entry);
       entry = next;
     }
   }
-  g_cursor = kWalkEnded;  // it may stand on an entry that is gone
   std::free(table->buckets);
   g_bound = hFree(&g_tables, handle);
   std::free(table);

@@ -47,9 +47,9 @@ bool Database::moved() const {
   return moved != 0;
 }
 
-FileIdentity Database::identity() const {
+FileIdentity FileIdentity::of(const char* path) {
   struct stat status {};
-  if (stat(path_, &status) != 0) return {};
+  if (stat(path, &status) != 0) return {};
   return {status.st_dev, status.st_ino};
 }
 

@@ -37,6 +37,7 @@ struct FileIdentity {
   dev_t device;
   ino_t inode;
   bool operator==(const FileIdentity&) const = default;
+  static FileIdentity of(const char* path);  // zeros where there is no file
 };
 
 // A connection to one database file.
@@ -70,7 +71,7 @@ class Database {
   sqlite3_file* file() const;
   // True when the path no longer leads to the opened file.
   bool moved() const;
-  FileIdentity identity() const;
+  FileIdentity identity() const { return FileIdentity::of(path_); }
 
   enum class Pin { kHeld, kUnheld, kMoved };
   // Takes the shared lock and asks whether the file is still the path's. The lock lasts

@@ -48,7 +48,7 @@ uint32_t check_failed(const char* path, const char* reason, int code) {
   } else {
     VEXA_LOG(vexa::log::kError, kSelf, "%s Quick check error: %s (Code: %d)\n", path, reason, code);
   }
-  VEXA_LOG(vexa::log::kDebug, kSelf, "is_corrupted=%d\n", static_cast<int>(corrupt));
+  VEXA_LOG(vexa::log::kError, kSelf, "is_corrupted=%d\n", static_cast<int>(corrupt));
   return corrupt != 0 ? corrupt : kNotChecked;
 }
 
@@ -80,7 +80,8 @@ uint32_t check_database_health(const char* path) {
     // A writer was killed: its journal is waiting, and a read-only connection may not
     // apply it. That is no fault of the file, and the backup copy depends on the verdict.
     if (!db.moved()) vexa::storage::settle(path);
-    if (db.open(path, SQLITE_OPEN_READONLY) != SQLITE_OK) return open_failed(db.error(), SQLITE_CANTOPEN);
+    const int reopened = db.open(path, SQLITE_OPEN_READONLY);
+    if (reopened != SQLITE_OK) return open_failed(db.error(), reopened);
     code = quick_check(db, corrupt, message);
   }
   if (code != SQLITE_OK) {

@@ -76,7 +76,7 @@ int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t
   const CallBudget budget;
   uint32_t crc = 0;
   // Reading the primary finds out whether it is corrupt, and repairs it. The answer is the
-  // backup's: it only ever holds writes that were complete and passed the health check.
+  // backup's: it only ever holds writes that were complete.
   int32_t primary = dm_read_db(DB_CONFIG, table, key, buffer, &crc, length);
   if (!no_answer(primary)) primary = verified(primary, buffer, crc);
   VEXA_LOG(vexa::log::kDebug, kSelf, "rd ret  %d \n", primary);

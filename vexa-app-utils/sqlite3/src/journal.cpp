@@ -9,6 +9,7 @@
 #include "call_budget.h"
 #include "log/call_site.h"
 #include "sqlite3/src/database.h"
+#include "sqlite3/src/row_write.h"
 #include "sqlite3/src/storage.h"
 
 namespace {
@@ -96,7 +97,8 @@ int32_t dm_write_state_db(const char* item_table, uint32_t id, const char* item_
   const Sql insert(
       "insert into %s (key,item_table,id,item_key,type,len,state) values('%s','%s',%d,'%s',%d,%d,%d)", kTable,
       kKey, item_table, item_id, item_key, type, len, state);
-  if (run_and_commit(db, insert.get()) == SQLITE_OK) return 0;
+  const bool absent = vexa::storage::lookup_failure(db) == SQLITE_OK;
+  if (absent && run_and_commit(db, insert.get()) == SQLITE_OK) return 0;
   VEXA_LOG(vexa::log::kError, kSelf, "[%d] insert error, %s\n", __LINE__, db.error());
   return -1;
 }

@@ -196,10 +196,11 @@ bool copy_over(const WriteLock& source, const char* from, const char* to) {
   return target.take(to) && fill_and_rename(source, from, target);
 }
 
-bool restore(const char* from, const char* to, const FileIdentity* damaged) {
+bool restore(const char* from, const char* to, const DamagedFile& damaged) {
   Target target;
   if (!target.take(to)) return false;
-  if (damaged != nullptr && !(target.present && target.lock.identity() == *damaged)) return true;
+  // Asked under the primary's lock, without which nobody replaces primary or backup.
+  if (FileIdentity::of(damaged.path) != damaged.identity) return true;
   WriteLock source;
   return source.take(from) && fill_and_rename(source, from, target);
 }

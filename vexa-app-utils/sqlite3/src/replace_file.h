@@ -2,9 +2,9 @@
 // Replacing one database file by a copy of another.
 //
 // Readers of other processes see the old file or the new one, never a mixture; both content
-// and directory entry are on storage when a function returns true; false leaves the target as
-// it was. Whoever copies locks the primary first, whichever side it is on, so that two copies
-// cannot block each other and the older image never lands last.
+// and directory entry are on storage when a function returns true. False: the target is as it
+// was, or new without being certain to stay so after a power cut. Whoever copies locks the primary first,
+// whichever side it is on, so that two copies cannot block each other and the older image never lands last.
 #ifndef VEXADM_STORAGE_REPLACE_FILE_H
 #define VEXADM_STORAGE_REPLACE_FILE_H
 
@@ -19,9 +19,15 @@ bool sync_directory_of(const char* path);
 // Copies the primary, whose lock the caller holds, over another file.
 bool copy_over(const WriteLock& source, const char* from, const char* to);
 
-// Copies a sound file over the primary. Where "damaged" is given and the primary is no longer
-// that file, another process has repaired it: true comes back without a copy.
-bool restore(const char* from, const char* to, const FileIdentity* damaged);
+// A file that a connection has found damaged.
+struct DamagedFile {
+  const char* path;
+  FileIdentity identity;
+};
+
+// Copies a sound file over the primary. When the damaged file is no longer the one in its place,
+// another process has mended it: true comes back without a copy.
+bool restore(const char* from, const char* to, const DamagedFile& damaged);
 
 }  // namespace vexa::storage
 

@@ -10,6 +10,7 @@
 #include "log/call_site.h"
 #include "owners.h"
 #include "sqlite3/src/database.h"
+#include "sqlite3/src/item_row.h"
 #include "sqlite3/src/storage.h"
 #include "sqlite3/src/write_lock.h"
 
@@ -17,7 +18,9 @@ namespace {
 
 using vexa::CallBudget;
 using vexa::storage::Database;
+using vexa::storage::ItemRow;
 using vexa::storage::Sql;
+using vexa::storage::WriteLock;
 
 constexpr char kRead[] = "dm_read_state_db";
 constexpr char kCheck[] = "dm_sqlite_check_database";
@@ -76,6 +79,17 @@ bool select_state(Database& db, Rows& rows) {
 void copy_name(char* target, const char* name) {
   const bool fits = name != nullptr && std::strlen(name) < kNameSize;
   std::snprintf(target, kNameSize, "%s", fits ? name : "");
+}
+
+// One record, not the file: at start-up the primary as a whole has not been checked. Only while
+// the writes of other processes are kept out and none has come in between: theirs reach the backup
+// by themselves and must not be overtaken by what was read before.
+void copy_to_backup(const ItemRow& item) {
+  WriteLock primary;
+  if (!primary.take(DB_CONFIG)) return;
+  if (vexa::storage::what_primary_holds(item) != vexa::storage::Holds::kThis) return;
+  bool written = false;
+  vexa::storage::write_item(DB_CONFIGBAK, item, written, &primary);
 }
 
 }  // namespace
@@ -138,17 +152,11 @@ uint32_t dm_sqlite_check_database(void) {
   VEXA_ASSERT(buffer, vexa::storage::kAssertSource);
   VEXA_LOG(vexa::log::kDebug, kCheck, "dm_sqlite_check_database read primary\n");
   uint32_t crc = 0;
-  int32_t count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
-  // Again, now that the primary is sound, and with other processes' writes kept out until the
-  // backup has the record: theirs must not be overtaken by what was read before it.
-  vexa::storage::WriteLock primary;
-  if (count > 0 && primary.take(DB_CONFIG))
-    count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
+  const int32_t count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
   if (count < 0) return static_cast<uint32_t>(count);
   if (crc != static_cast<uint32_t>(vexa::storage::value_crc(buffer.get(), count))) {
     return static_cast<uint32_t>(-102);
   }
-  // One record, not the file: at start-up the primary as a whole has not been checked.
-  dm_write_db(DB_CONFIGBAK, table, static_cast<uint32_t>(id), key, type, buffer.get(), count);
+  copy_to_backup({table, static_cast<uint32_t>(id), key, type, buffer.get(), count});
   return 0;
 }

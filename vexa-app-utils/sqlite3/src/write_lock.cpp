@@ -40,6 +40,11 @@ bool WriteLock::take_damaged(const char* path) {
 
 void WriteLock::drain_readers() { raise(SQLITE_LOCK_EXCLUSIVE, kDrainAttempts); }
 
+void WriteLock::release() {
+  db_.close();
+  exclusive_ = false;
+}
+
 bool WriteLock::raise(int level, int attempts) {
   sqlite3_file* opened = db_.file();
   if (opened == nullptr) return false;

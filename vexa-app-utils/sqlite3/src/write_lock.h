@@ -21,10 +21,11 @@ class WriteLock {
   // Waits a while until the readers of the file have left, and keeps new ones out.
   void drain_readers();
 
+  void release();
+
   // False while the lock is only shared, as on a file that this process may not write.
   bool exclusive() const { return exclusive_; }
   sqlite3_file* file() const { return db_.file(); }
-  FileIdentity identity() const { return db_.identity(); }
 
  private:
   bool raise(int level, int attempts);
