@@ -318,6 +318,17 @@ TEST_F(Repair, AWriteReplacesACorruptPrimaryByTheBackupAndGoesOn) {
   EXPECT_EQ(read_item("other").value, "kept");
 }
 
+TEST_F(Repair, IsMadeBesideADirectoryUnderTheNameOfItsTemporaryFile) {
+  put_item(kPrimary, {});
+  put_item(kBackup, {});
+  damage_schema(kPrimary);
+  make_dirs("/data/.vexadm-copy-config");
+
+  EXPECT_EQ(write_item("k", "new"), 0);
+
+  EXPECT_EQ(read_item("k").value, "new");
+}
+
 TEST_F(Repair, AWriteTakesTheFactoryCopyWhenTheBackupIsCorruptToo) {
   make_corrupt(kPrimary);
   make_corrupt(kBackup);

@@ -77,7 +77,9 @@ class TemporaryFile {
   // Beside the target, so that the rename stays on one file system. The name is hidden and
   // free of ".db", which the count of dated backups looks for. "alone" says that the locks
   // keep other copies to this target away: then the name is always the same, and what a
-  // killed copy has left is cleared by the next. Otherwise it is this process's own.
+  // killed copy has left is cleared by the next. Otherwise, and where something stands there
+  // that cannot be cleared, such as a directory, it is this process's own: a repair must not
+  // depend on a person who tidies up.
   TemporaryFile(const char* target, bool alone) {
     const char* slash = std::strrchr(target, '/');
     const char* base = slash == nullptr ? target : slash + 1;
@@ -85,8 +87,8 @@ class TemporaryFile {
     const auto stem = end == nullptr ? std::strlen(base) : static_cast<std::size_t>(end - base);
     const int length = std::snprintf(name_, sizeof name_, "%.*s.vexadm-copy-%.*s",
                                      static_cast<int>(base - target), target, static_cast<int>(stem), base);
-    if (!alone)
-      std::snprintf(name_ + length, sizeof name_ - static_cast<std::size_t>(length), ".%d", getpid());
+    if (alone && (unlink(name_) == 0 || errno == ENOENT)) return;
+    std::snprintf(name_ + length, sizeof name_ - static_cast<std::size_t>(length), ".%d", getpid());
     unlink(name_);
   }
   TemporaryFile(const TemporaryFile&) = delete;
