@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // One row per item: its columns and checksum, the read over two files, the write over two files.
 #include <unistd.h>
+#include <vexadm/data_manager.h>
 
 #include <array>
 #include <cstring>
@@ -456,6 +457,37 @@ TEST_F(ReadPath, TakesTheBackupWhateverThePrimarySays) {
   unlink(kPrimary.c_str());
   make_dirs(kPrimary);
   EXPECT_EQ(read_item("k").value, "backup") << "a primary that cannot be opened";
+}
+
+// A write that is cut between the two files leaves a longer value in the primary alone.
+TEST_F(ReadPath, LeavesNothingOfALongerPrimaryBehindTheValue) {
+  put_item(kPrimary, {"cfg", 7, "k", 6, "a,1;b,2;"});
+  put_item(kBackup, {"cfg", 7, "k", 6, "a,1;"});
+  std::array<std::uint8_t, 12> buffer;
+  buffer.fill('?');
+
+  EXPECT_EQ(dm_pal_read("cfg", "k", buffer.data(), 12), 4);
+
+  EXPECT_EQ(std::string(buffer.begin(), buffer.end()), std::string("a,1;\0\0\0\0????", 12));
+}
+
+// Else the retry of a cut write would count as already stored, and be acknowledged unread.
+TEST_F(ReadPath, AValueThatOnlyThePrimaryContinuesIsWrittenAgain) {
+  std::array<vexa_dm_default_item, 2> table = {};
+  table[0].id = 1;
+  table[0].desc = item_desc("cfg", "k", 5);
+  table[0].type = VEXA_DM_STRING;
+  table[0].length = -1;
+  table[1].id = -1;
+  vexa_dm_reg_def_items(table.data());
+  vexa_dm_handle* const handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+  put_item(kPrimary, {"cfg", 1, "k", 5, "a,1;b,2;"});
+  put_item(kBackup, {"cfg", 1, "k", 5, "a,1;"});
+
+  EXPECT_EQ(vexa_dm_write_db(handle, 1, reinterpret_cast<const std::uint8_t*>("a,1;b,2;"), 8), 0);
+
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "a,1;b,2;");
+  vexa_dm_unreg(handle);
 }
 
 TEST_F(ReadPath, LogsWhatThePrimaryGave) {

@@ -34,6 +34,14 @@ int32_t deliver(Statement& row, uint8_t* buffer, uint32_t* crc, int32_t length) 
   return count;
 }
 
+// Not every caller learns the length: who passes a zeroed buffer finds a terminated text in it.
+// A write that was cut between the two files must not show there, behind the backup's value.
+int32_t deliver_alone(int32_t result, uint8_t* buffer, int32_t filled) {
+  if (result > 0 && filled > result)
+    std::memset(buffer + result, 0, static_cast<std::size_t>(filled - result));
+  return result;
+}
+
 }  // namespace
 
 int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t* buffer, uint32_t* crc,
@@ -77,17 +85,20 @@ int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t
   uint32_t crc = 0;
   // Reading the primary finds out whether it is corrupt, and repairs it. The answer is the
   // backup's: it only ever holds writes that were complete.
-  int32_t primary = dm_read_db(DB_CONFIG, table, key, buffer, &crc, length);
-  if (!no_answer(primary)) primary = verified(primary, buffer, crc);
+  const int32_t found = dm_read_db(DB_CONFIG, table, key, buffer, &crc, length);
+  const int32_t primary = no_answer(found) ? found : verified(found, buffer, crc);
   VEXA_LOG(vexa::log::kDebug, kSelf, "rd ret  %d \n", primary);
   if (primary == 0) return 0;
 
   const int32_t backup = dm_read_db(DB_CONFIGBAK, table, key, buffer, &crc, length);
   if (backup == -1 || backup == -100) return backup;
-  if (const int32_t result = verified(backup, buffer, crc); result > 0) return result;
+  if (const int32_t result = verified(backup, buffer, crc); result > 0) {
+    return deliver_alone(result, buffer, found);
+  }
 
   const int32_t again = dm_read_db(DB_CONFIGBAK, table, key, buffer, &crc, length);
-  return no_answer(again) ? again : verified(again, buffer, crc);
+  return no_answer(again) ? again
+                          : deliver_alone(verified(again, buffer, crc), buffer, std::max(found, backup));
 }
 
 int32_t dm_pal_read_by_key(const char* table, const char* key, uint8_t* buffer, int32_t length) {
