@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/storage_fixture.h"
@@ -471,16 +473,21 @@ TEST_F(ReadPath, LeavesNothingOfALongerPrimaryBehindTheValue) {
   EXPECT_EQ(std::string(buffer.begin(), buffer.end()), std::string("a,1;\0\0\0\0????", 12));
 }
 
-// Else the retry of a cut write would count as already stored, and be acknowledged unread.
-TEST_F(ReadPath, AValueThatOnlyThePrimaryContinuesIsWrittenAgain) {
-  std::array<vexa_dm_default_item, 2> table = {};
+// A handle, and the item 1: a text under the key k, without default.
+vexa_dm_handle* handle_with_item() {
+  static std::array<vexa_dm_default_item, 2> table = {};
   table[0].id = 1;
   table[0].desc = item_desc("cfg", "k", 5);
   table[0].type = VEXA_DM_STRING;
   table[0].length = -1;
   table[1].id = -1;
   vexa_dm_reg_def_items(table.data());
-  vexa_dm_handle* const handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+  return vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+}
+
+// Else the retry of a cut write would count as already stored, and be acknowledged unread.
+TEST_F(ReadPath, AValueThatOnlyThePrimaryContinuesIsWrittenAgain) {
+  vexa_dm_handle* const handle = handle_with_item();
   put_item(kPrimary, {"cfg", 1, "k", 5, "a,1;b,2;"});
   put_item(kBackup, {"cfg", 1, "k", 5, "a,1;"});
 
@@ -788,6 +795,44 @@ TEST_F(WritePath, ManyItemsOfSeveralTablesReadBack) {
     EXPECT_EQ(std::string(buffer.begin(), buffer.begin() + 1 + i * 37),
               std::string(static_cast<std::size_t>(1 + i * 37), static_cast<char>('a' + i % 26)));
   }
+}
+
+// ---- The cache beside it ----
+
+class CacheOrder : public StorageTest {
+ protected:
+  // Between the backend and the cache, a writer tells the program: there another one overtakes it.
+  static void overtake(std::int32_t, const void*, std::int32_t) {
+    if (std::exchange(overtaken_, true)) return;
+    std::thread([] { EXPECT_EQ(vexa_dm_write(handle_, 1, "later", 5), 0); }).join();
+  }
+
+  static inline vexa_dm_handle* handle_ = nullptr;
+  static inline bool overtaken_ = false;
+};
+
+TEST_F(CacheOrder, AWriterThatIsOvertakenDoesNotHideTheLaterValue) {
+  handle_ = handle_with_item();
+  vexa_dm_reg_event_callback(overtake);
+  std::array<std::uint8_t, 16> buffer = {};
+
+  EXPECT_EQ(vexa_dm_write(handle_, 1, "sooner", 6), 0);
+
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "later");
+  EXPECT_EQ(vexa_dm_read(handle_, 1, buffer.data(), 16), 5);
+  EXPECT_STREQ(reinterpret_cast<const char*>(buffer.data()), "later");
+}
+
+TEST_F(CacheOrder, AnEmptyingThatIsOvertakenDoesNotHideTheLaterValue) {
+  handle_ = handle_with_item();
+  std::array<std::uint8_t, 16> buffer = {};
+  ASSERT_EQ(vexa_dm_write(handle_, 1, "first", 5), 0);
+  vexa_dm_reg_event_callback(overtake);
+
+  EXPECT_EQ(vexa_dm_empty(handle_, 1), 0);
+
+  EXPECT_EQ(vexa_dm_cache_read(1, buffer.data(), 16), 5);
+  EXPECT_STREQ(reinterpret_cast<const char*>(buffer.data()), "later");
 }
 
 }  // namespace

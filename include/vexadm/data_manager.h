@@ -25,9 +25,8 @@
  * before other threads use the family. After that, reads, writes and cache
  * calls may come from any thread; the backend serialises storage, the cache
  * locks each entry. Two threads that store the same new id at the same moment
- * may make two entries, of which the first one answers from then on. No lock spans
- * backend and cache: where one thread writes an item while another writes it or
- * reads it for the first time, the cache may keep the older of the two values.
+ * may make two entries, of which the first one answers from then on. However many
+ * threads write and read an item: the cache ends with what the backend served last.
  *
  * Blocking: what reaches the backend does file input and output and waits for
  * locks of other processes, in all at most VEXA_STORAGE_BUSY_MS per call; the
@@ -61,8 +60,7 @@ VEXA_BEGIN_DECLS
  *
  * Runs in the writer's thread. A vexa_dm_read() of the id from here still
  * gives what the cache held before; if the id was not cached, the new value, or the
- * default when the item was emptied. Do not write the id from here: the outer write
- * sets the cache last, to its own, older value.
+ * default when the item was emptied.
  *
  * @param id      item id
  * @param data    length bytes, the writer's own buffer; borrowed for the call

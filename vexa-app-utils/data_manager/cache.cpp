@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The memory cache of item values.
+#include "data_manager/cache.h"
+
 #include <pthread.h>
 #include <vexadm/data_manager.h>
 #include <vexadm/queue.h>
@@ -13,6 +15,7 @@
 namespace {
 
 using vexa::Heap;
+using vexa::Turn;
 
 struct Entry {
   q_link_node link;
@@ -20,6 +23,7 @@ struct Entry {
   uint32_t id;            // never changes once the entry is in the queue
   uint8_t* value;
   int32_t length;
+  Turn turn;  // the storage's, of the value; guarded like it
 };
 static_assert(offsetof(Entry, link) == 0);
 
@@ -74,10 +78,12 @@ uint8_t* new_value(const void* data, int32_t length) {
   return value.release();
 }
 
-void update(Entry& entry, const void* data, int32_t length) {
+void update(Entry& entry, const void* data, int32_t length, Turn turn) {
   if (length < 0) return;
   {
     const WriteLock lock(entry.lock);
+    if (turn.is_before(entry.turn)) return;
+    if (turn) entry.turn = turn;
     if (entry.length >= length) {
       // What is left behind a shorter value is wiped: it may be a secret that was just replaced.
       if (entry.length > 0) std::memset(entry.value, 0, static_cast<std::size_t>(entry.length));
@@ -91,7 +97,7 @@ void update(Entry& entry, const void* data, int32_t length) {
   VEXA_LOG(vexa::log::kDebug, "vexa_dm_update_item_value_to_mem", " update_len: %d to_mem \n", length);
 }
 
-void add(uint32_t id, const void* data, const int32_t* length) {
+void add(uint32_t id, const void* data, const int32_t* length, Turn turn) {
   // At error level although nothing is wrong: the line marks, in any log, when an item first
   // entered the cache.
   VEXA_LOG(vexa::log::kError, "vexa_dm_add_item_to_mem", "dm_update_item_value_to_mem:no item found \n");
@@ -109,11 +115,23 @@ void add(uint32_t id, const void* data, const int32_t* length) {
   entry.get()->value = new_value(data, *length);
   entry.get()->id = id;
   entry.get()->length = *length;
+  entry.get()->turn = turn;
   pthread_rwlock_init(&entry.get()->lock, nullptr);
 
   Entry* const added = entry.release();
   q_put(&entries, q_link(added, &added->link));
+  // Another thread may have been here with the same id: its entry comes first and is the one read.
+  if (Entry* const first = find(id); first != added) update(*first, data, *length, turn);
   VEXA_LOG(vexa::log::kDebug, "vexa_dm_add_item_to_mem", " add_item: %x to_mem \n", id);
+}
+
+void store(uint32_t id, const void* data, const int32_t* length, Turn turn) {
+  make_ready();
+  if (Entry* const entry = find(id)) {
+    update(*entry, data, *length, turn);
+  } else {
+    add(id, data, length, turn);
+  }
 }
 
 }  // namespace
@@ -138,10 +156,9 @@ void vexa_dm_rd_from_mem(uint32_t id, uint8_t* buffer, int32_t* length) {
 }
 
 void vexa_dm_wr_to_mem(uint32_t id, const void* data, const int32_t* length) {
-  make_ready();
-  if (Entry* const entry = find(id)) {
-    update(*entry, data, *length);
-  } else {
-    add(id, data, length);
-  }
+  store(id, data, length, Turn());
+}
+
+void vexa::dm::cache_value(int32_t id, const void* data, int32_t length, Turn turn) {
+  store(static_cast<uint32_t>(id), data, &length, turn);
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "call_budget.h"
+#include "data_manager/cache.h"
 #include "data_manager/defaults.h"
 #include "data_manager/items.h"
 #include "data_manager/state.h"
@@ -46,32 +47,33 @@ bool holds_already(vexa_dm_handle* handle, int32_t id, const void* data, int32_t
 Stored store_item(vexa_dm_handle* handle, int32_t id, const void* data, int32_t len) {
   if (handle == nullptr || data == nullptr || len < 1) {
     VEXA_LOG(kError, "vexa_dm_write", "%s param NULL\n", "vexa_dm_write");
-    return {-3, Reached::kNothing};
+    return {-3, Reached::kNothing, {}};
   }
   const CallBudget budget;
   const vexa_dm_item_desc* const desc = find_item(id, "vexa_dm_write");
-  if (desc == nullptr) return {-3, Reached::kNothing};
+  if (desc == nullptr) return {-3, Reached::kNothing, {}};
 
   if (holds_already(handle, id, data, len)) {
     VEXA_LOG(kInfo, "vexa_dm_write", "Try to write the same data\n");
-    return {0, Reached::kNothing};
+    return {0, Reached::kNothing, {}};
   }
 
   const uint8_t clean = run_clean.load();
   VEXA_LOG(kDebug, "vexa_dm_write", "hash:%s %s\n", desc->table, desc->key);
   VEXA_LOG(kDebug, "vexa_dm_write", "vexa_dm_is_run_clean: %d", clean);
-  if (clean != 0) return {0, Reached::kCacheOnly};
+  if (clean != 0) return {0, Reached::kCacheOnly, {}};
 
   VEXA_ASSERT(handle->ops.write != nullptr, "data_manager/vexa_app_dm");
+  Turn::forget();
   const int32_t result = handle->ops.write(static_cast<uint32_t>(id), desc, data, len);
   VEXA_LOG(kDebug, "vexa_dm_write", "write cb ret:%d", result);
-  return {result, result == 0 ? Reached::kBackend : Reached::kNothing};
+  return {result, result == 0 ? Reached::kBackend : Reached::kNothing, Turn::taken()};
 }
 
 int32_t publish_item(const Stored& stored, int32_t id, const void* data, int32_t len) {
   if (stored.reached == Reached::kNothing) return stored.result;
   if (stored.reached == Reached::kBackend) tell_change(id, data, len);
-  vexa_dm_wr_to_mem(static_cast<uint32_t>(id), data, &len);
+  cache_value(id, data, len, stored.turn);
   return 0;
 }
 

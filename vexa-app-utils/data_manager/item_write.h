@@ -5,6 +5,8 @@
 
 #include <vexadm/types.h>
 
+#include "turn.h"
+
 namespace vexa::dm {
 
 enum class Reached {
@@ -16,6 +18,7 @@ enum class Reached {
 struct Stored {
   int32_t result;
   Reached reached;
+  Turn turn;  // the backend's
 };
 
 // The step that may wait for storage: vexa_dm_write up to the backend's answer.

@@ -2,12 +2,15 @@
 // Items by id: read from cache, backend or defaults; emptied; watched.
 #include "data_manager/items.h"
 #include "call_budget.h"
+#include "data_manager/cache.h"
 #include "data_manager/defaults.h"
 #include "data_manager/state.h"
 #include "log/call_site.h"
 
 namespace {
 
+using vexa::Turn;
+using vexa::dm::cache_value;
 using vexa::dm::event_callback;
 using vexa::dm::find_item;
 using vexa::dm::run_clean;
@@ -47,11 +50,12 @@ Read read_item(vexa_dm_handle* handle, int32_t id, uint8_t* buffer, int32_t len)
   if (run_clean.load() != 0) return {read_default(handle, id, buffer, len), 0};
 
   VEXA_ASSERT(handle->ops.read != nullptr, "data_manager/vexa_app_dm");
+  Turn::forget();
   const int32_t result = handle->ops.read(static_cast<uint32_t>(id), desc, buffer, len);
   // A default is not cached: the next read asks the backend again, which another process may
   // have filled meanwhile.
   if (result < 0) return {read_default(handle, id, buffer, len), result};
-  vexa_dm_wr_to_mem(static_cast<uint32_t>(id), buffer, &result);
+  cache_value(id, buffer, result, Turn::taken());
   return {result, 0};
 }
 
@@ -74,9 +78,10 @@ int32_t vexa_dm_read_from_dbconfigfile(vexa_dm_handle* handle, int32_t id, uint8
   if (run_clean.load() != 0) return kFailed;
 
   VEXA_ASSERT(handle->ops.read != nullptr, "data_manager/vexa_app_dm");
+  Turn::forget();
   const int32_t result = handle->ops.read(static_cast<uint32_t>(id), desc, buffer, len);
   if (result < 0) return kFailed;
-  vexa_dm_wr_to_mem(static_cast<uint32_t>(id), buffer, &result);
+  cache_value(id, buffer, result, Turn::taken());
   return 0;
 }
 
@@ -91,13 +96,16 @@ int32_t vexa_dm_empty(vexa_dm_handle* handle, int32_t id) {
 
   const uint8_t nothing[4] = {};
   const int32_t length = 0;
+  Turn turn;
   if (run_clean.load() == 0) {
     VEXA_ASSERT(handle->ops.write != nullptr, "data_manager/vexa_app_dm");
+    Turn::forget();
     const int32_t result = handle->ops.write(static_cast<uint32_t>(id), desc, nothing, length);
+    turn = Turn::taken();
     if (result != 0) return result;
     tell_change(id, nothing, length);
   }
-  vexa_dm_wr_to_mem(static_cast<uint32_t>(id), nothing, &length);
+  cache_value(id, nothing, length, turn);
   return 0;
 }
 

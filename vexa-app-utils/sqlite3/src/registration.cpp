@@ -7,6 +7,7 @@
 #include "owners.h"
 #include "relaxed.h"
 #include "sqlite3/src/storage.h"
+#include "turn.h"
 
 namespace {
 
@@ -90,6 +91,7 @@ void sqlite_reg(vexa_dm_backend_ops* slots) {
 int32_t dm_sqlite_write(uint32_t id, const vexa_dm_item_desc* desc, const void* data, int32_t length) {
   if (desc == nullptr) return dm_pal_write(nullptr, id, nullptr, 0, data, length);
   const MutexLock lock(backend_mutex);
+  vexa::Turn::take();
   VEXA_LOG(vexa::log::kDebug, "dm_sqlite_write", "tab:%s, key:%s \n", desc->table, desc->key);
   return dm_pal_write(desc->table, id, desc->key, vexa::relaxed_load(desc->type), data, length);
 }
@@ -97,6 +99,7 @@ int32_t dm_sqlite_write(uint32_t id, const vexa_dm_item_desc* desc, const void* 
 int32_t dm_sqlite_read(uint32_t, const vexa_dm_item_desc* desc, uint8_t* buffer, int32_t length) {
   if (desc == nullptr) return dm_pal_read(nullptr, nullptr, buffer, length);
   const MutexLock lock(backend_mutex);
+  vexa::Turn::take();
   VEXA_LOG(vexa::log::kDebug, "dm_sqlite_read", "tab:%s, key:%s \n", desc->table, desc->key);
   return dm_pal_read(desc->table, desc->key, buffer, length);
 }
