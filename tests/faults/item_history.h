@@ -52,9 +52,9 @@ inline void raise_to(std::atomic<Number>& number, Number at_least) {
   }
 }
 
-// Reads that the cache of a process answers run behind those of the files while a write is under
-// way; each kind by itself never goes back.
-enum class From : std::uint8_t { kFile, kCache };
+// Where a read gets its answer. While a write is under way, the cache of a process runs behind the
+// files: each by itself never goes back, and what the cache has shown is in the files.
+enum class From : std::uint8_t { kFile, kCache, kFileIntoCache };
 
 class ItemHistory {
  public:
@@ -80,16 +80,17 @@ class ItemHistory {
   // A finished read has found this number. False when it must not.
   bool accept(From from, const Before& before, Number found) {
     if (found < before.lowest || found > begun_) return false;
-    raise_to(seen_[static_cast<std::size_t>(from)], found);
-    if (from == From::kCache) raise_to(seen_[static_cast<std::size_t>(From::kFile)], found);
+    raise_to(seen_in_files_, found);
+    if (from != From::kFile) raise_to(seen_in_cache_, found);
     note_unacknowledged(before, found);
     return true;
   }
 
-  // A finished read has found the default.
-  bool accept_default(From from, const Before& before) {
+  // A finished read has found the default. That comes from the files and is not cached: while the
+  // emptying is under way, the cache still has the value before it.
+  bool accept_default(const Before& before) {
     for (Number number = before.lowest; number <= begun_; ++number) {
-      if (reads_as_default(number)) return accept(from, before, number);
+      if (reads_as_default(number)) return accept(From::kFile, before, number);
     }
     return false;
   }
@@ -98,13 +99,13 @@ class ItemHistory {
   Number came_back() const { return came_back_; }
 
   std::string text() const {
-    return "acknowledged " + std::to_string(acknowledged_) + ", seen " + std::to_string(seen_[0]) + "/" +
-           std::to_string(seen_[1]) + ", begun " + std::to_string(begun_);
+    return "acknowledged " + std::to_string(acknowledged_) + ", seen " + std::to_string(seen_in_files_) +
+           ", from the cache " + std::to_string(seen_in_cache_) + ", begun " + std::to_string(begun_);
   }
 
  private:
   Number lowest(From from) const {
-    return std::max<Number>(acknowledged_, seen_[static_cast<std::size_t>(from)]);
+    return std::max<Number>(acknowledged_, from == From::kCache ? seen_in_cache_ : seen_in_files_);
   }
 
   void note_unacknowledged(const Before& before, Number found) {
@@ -116,7 +117,8 @@ class ItemHistory {
 
   std::atomic<Number> begun_{0};
   std::atomic<Number> acknowledged_{0};
-  std::array<std::atomic<Number>, 2> seen_{};
+  std::atomic<Number> seen_in_files_{0};
+  std::atomic<Number> seen_in_cache_{0};
   std::atomic<Number> ended_{0};   // no write up to this one is under way any more
   std::atomic<Number> missed_{0};  // some write up to this one had ended, and a read did not see it
   std::atomic<Number> last_back_{0};

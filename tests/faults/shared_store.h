@@ -54,6 +54,7 @@ enum Count : std::uint8_t {
   kLateWrites,     // took as long as a call waits for locks: done or not
   kLateReads,      // the same: the value or the default
   kDefaultsCut,    // -1, because the default-items database was never finished
+  kOperations,     // of threads, of every kind
   kCounts
 };
 

@@ -174,7 +174,7 @@ void StoreUser::read_file(unsigned item) {
 }
 
 void StoreUser::refresh(unsigned item) {
-  const Floor before = floor(item, From::kFile);
+  const Floor before = floor(item, From::kFileIntoCache);
   board_.add(kReads);
   const std::int32_t result = timed([&] {
     return vexa_dm_read_from_dbconfigfile(handle_, static_cast<std::int32_t>(item),
@@ -239,8 +239,8 @@ void StoreUser::accept_default(unsigned item, const Floor& floor) {
   if (late_) return board_.add(kLateReads);
   ItemHistory& history = board_.items[item];
   // The key-value text is never emptied.
-  const bool possible = item == kPairs ? history.accept(floor.from, floor.item, 0)
-                                       : history.accept_default(floor.from, floor.item);
+  const bool possible =
+      item == kPairs ? history.accept(From::kFile, floor.item, 0) : history.accept_default(floor.item);
   if (possible) return;
   complain(item, "found no value, where " + std::to_string(floor.item.lowest) + " is the lowest possible");
 }
