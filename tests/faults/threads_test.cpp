@@ -117,7 +117,7 @@ TEST_F(Threads, ThatUseEverythingAtTheSameMomentFindWhatWasAcknowledged) {
     SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(round));
     if (random() % 2 == 0) begin_anew();
     const auto threads = static_cast<unsigned>(2 + random() % 7);
-    const auto each = static_cast<unsigned>(random() % 4 == 0 ? 200 : 1 + random() % 12);
+    const auto each = static_cast<unsigned>(random() % 8 == 0 ? 100 : 1 + random() % 12);
     run_round(threads, each, static_cast<unsigned>(random()));
     if (HasFailure()) ++count.failed;
   }
