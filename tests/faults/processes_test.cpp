@@ -4,7 +4,6 @@
 // each round ends with a quiet store that must be whole.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -16,7 +15,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <new>
 #include <random>
 #include <string>
 #include <vector>
@@ -115,7 +113,7 @@ class Round {
 
   // Nobody is left when it returns.
   void run() {
-    const unsigned width = 2 + below(7);
+    const unsigned width = 1 + below(8);
     const unsigned patience = 200 + below(4000);  // microseconds between two looks
     unsigned left = width + below(3 * width);
     const auto deadline = Clock::now() + std::chrono::seconds(kMostSeconds);
@@ -128,6 +126,7 @@ class Round {
     }
   }
 
+  unsigned started() const { return started_; }
   unsigned killed() const { return killed_; }
 
  private:
@@ -154,6 +153,7 @@ class Round {
       _exit(act(board_, role, item, seed) ? 0 : 1);
     }
     ASSERT_GT(pid, 0);
+    ++started_;
     running_.push_back({pid, role == Role::kWriter ? item : 0});
   }
 
@@ -198,6 +198,7 @@ class Round {
   std::mt19937 random_;
   std::vector<Process> running_;
   std::array<bool, kItems + 1> written_ = {};
+  unsigned started_ = 0;
   unsigned killed_ = 0;
 };
 
@@ -205,26 +206,6 @@ class Round {
 
 class Processes : public StorageTest {
  protected:
-  void SetUp() override {
-    StorageTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
-    void* const memory =
-        mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    board_ = new (memory) Board;
-  }
-
-  void TearDown() override {
-    if (board_ != nullptr) munmap(board_, sizeof(Board));
-  }
-
-  // An empty device, of which nothing is known.
-  void begin_anew() {
-    for (const std::string& name : names_in("/data")) unlink(("/data/" + name).c_str());
-    take_totals();
-    new (board_) Board;
-  }
-
   // Every item as its history has it, before and after the next write; then both files healthy and
   // the same, and nothing left lying about.
   void expect_whole_store(unsigned seed) {
@@ -240,15 +221,7 @@ class Processes : public StorageTest {
     }
   }
 
-  void take_totals() {
-    for (std::size_t i = 0; i < kCounts; ++i) totals_[i] += (*board_)[static_cast<Count>(i)];
-    for (const ItemHistory& item : board_->items) came_back_ += item.came_back();
-  }
-
-  // What the round has added to a count, by the board before and after it.
-  Board* board_ = nullptr;
-  std::array<std::uint64_t, kCounts> totals_ = {};
-  std::uint64_t came_back_ = 0;
+  SharedBoard board_;
 
  private:
   void look_at_all(unsigned seed, bool with_write) {
@@ -274,67 +247,71 @@ class Processes : public StorageTest {
   }
 };
 
-// The rounds in which something happened that the caveats name.
-struct NamedRounds {
-  FaultCount& count;
-  std::array<std::uint64_t, 4> before = {};
+// Counts the rounds in which something happened that the caveats name.
+class NamedRounds {
+ public:
+  explicit NamedRounds(FaultCount& count) : count_(count) {}
 
-  void look(const Board& board) {
-    constexpr std::array<const char*, 4> kNames = {
-        "write waited 3 s for a lock", "read waited 3 s for a lock", "defaults cut while first stored",
-        "unacknowledged value came back"};
-    std::uint64_t came_back = 0;
-    for (const ItemHistory& item : board.items) came_back += item.came_back();
-    const std::array<std::uint64_t, 4> now = {board[kLateWrites], board[kLateReads], board[kDefaultsCut],
-                                              came_back};
-    bool any = false;
+  void look(const SharedBoard& board) {
+    const std::array<std::uint64_t, 4> now = {board.sum(kLateWrites), board.sum(kLateReads),
+                                              board.sum(kDefaultsCut), board.came_back()};
     for (std::size_t i = 0; i < now.size(); ++i) {
-      if (now[i] == before[i]) continue;
-      ++count.named[kNames[i]];
-      any = true;
+      if (now[i] != before_[i]) ++count_.named[kNames[i]];
     }
-    if (any) ++count.with_a_name;
-    before = now;
+    if (now != before_) ++count_.with_a_name;
+    before_ = now;
   }
+
+ private:
+  static constexpr std::array<const char*, 4> kNames = {
+      "write waited 3 s for a lock", "read waited 3 s for a lock", "defaults cut while first stored",
+      "unacknowledged value came back"};
+
+  FaultCount& count_;
+  std::array<std::uint64_t, 4> before_ = {};
 };
+
+void print_sums(const SharedBoard& board, unsigned started, unsigned killed) {
+  std::printf(
+      "processes: %u, killed %u; acknowledged: %lu values, %lu emptyings, %lu pairs, %lu defaults built\n",
+      started, killed, board.sum(kWrites), board.sum(kEmptied), board.sum(kPairWrites),
+      board.sum(kDefaultsBuilt));
+  std::printf(
+      "skipped as the same: %lu; read: %lu from files, %lu cached; late: %lu writes, %lu reads; came back: "
+      "%lu\n",
+      board.sum(kSkipped), board.sum(kReads), board.sum(kCachedReads), board.sum(kLateWrites),
+      board.sum(kLateReads), board.came_back());
+}
 
 TEST_F(Processes, KilledAtAnyMomentLoseNothingThatWasAcknowledged) {
 #if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "one thread each: nothing for this sanitizer, and thousands of its processes";
 #endif
-  const unsigned seed = static_cast<unsigned>(how_many("VEXA_PROCESSES_SEED", 20, 20));
-  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", 150, 6000);
+  const auto seed = static_cast<unsigned>(how_many("VEXA_PROCESSES_SEED", 20, 20));
+  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", 50, 6000);
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
   FaultCount count;
   count.kind = "several processes";
-  NamedRounds named = {count};
-  std::uint64_t killed = 0;
+  NamedRounds named(count);
+  unsigned started = 0;
+  unsigned killed = 0;
 
   for (std::uint64_t i = 0; i < rounds && !HasFailure(); ++i) {
     SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(i));
     // Now and then from the first start on, which is killed too.
-    if (random() % 6 == 0) {
-      begin_anew();
-      named.before = {};
-    }
+    if (random() % 6 == 0) board_.begin_with_empty_device();
     Round round(*board_, static_cast<unsigned>(random()));
     round.run();
+    started += round.started();
     killed += round.killed();
     expect_whole_store(static_cast<unsigned>(random()));
-    named.look(*board_);
+    named.look(board_);
     ++count.tried;
     if (HasFailure()) ++count.failed;
   }
 
-  take_totals();
-  std::printf(
-      "killed %lu of %lu started; acknowledged: %lu values, %lu emptyings, %lu pairs, %lu defaults built; "
-      "skipped as the same: %lu; read: %lu from files, %lu cached; late: %lu writes, %lu reads; came back: "
-      "%lu\n",
-      killed, totals_[kStarts], totals_[kWrites], totals_[kEmptied], totals_[kPairWrites],
-      totals_[kDefaultsBuilt], totals_[kSkipped], totals_[kReads], totals_[kCachedReads],
-      totals_[kLateWrites], totals_[kLateReads], came_back_);
+  print_sums(board_, started, killed);
   report(count);
 }
 

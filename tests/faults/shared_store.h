@@ -3,14 +3,19 @@
 #ifndef VEXADM_TESTS_FAULTS_SHARED_STORE_H
 #define VEXADM_TESTS_FAULTS_SHARED_STORE_H
 
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vexadm/vexadm.h>
 
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
+#include <new>
 #include <string>
 
 #include "faults/item_history.h"
+#include "support/storage_fixture.h"
 
 namespace vexa_test {
 
@@ -58,7 +63,7 @@ enum Count : std::uint8_t {
   kCounts
 };
 
-// In shared memory; everybody adds to it.
+// What is known about a store; everybody adds to it.
 struct Board {
   std::array<ItemHistory, kItems + 1> items;
   // Of the key-value text: the last acknowledged number of each of its two keys.
@@ -68,7 +73,41 @@ struct Board {
   std::array<std::atomic<std::uint64_t>, kCounts> counts{};
 
   void add(Count count) { ++counts[count]; }
-  std::uint64_t operator[](Count count) const { return counts[count]; }
+  std::uint64_t came_back() const {
+    std::uint64_t sum = 0;
+    for (const ItemHistory& item : items) sum += item.came_back();
+    return sum;
+  }
+};
+
+// A board in memory that a forked process shares with its parent, and the sums over all boards.
+class SharedBoard {
+ public:
+  SharedBoard()
+      : board_(new (mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+                   Board) {}
+  ~SharedBoard() { munmap(board_, sizeof(Board)); }
+  SharedBoard(const SharedBoard&) = delete;
+  SharedBoard& operator=(const SharedBoard&) = delete;
+
+  Board& operator*() const { return *board_; }
+  Board* operator->() const { return board_; }
+
+  // Of an empty device nothing is known.
+  void begin_with_empty_device() {
+    for (const std::string& name : names_in("/data")) unlink(("/data/" + name).c_str());
+    for (std::size_t i = 0; i < kCounts; ++i) sums_[i] += board_->counts[i];
+    came_back_ += board_->came_back();
+    board_ = new (board_) Board;
+  }
+
+  std::uint64_t sum(Count count) const { return sums_[count] + board_->counts[count]; }
+  std::uint64_t came_back() const { return came_back_ + board_->came_back(); }
+
+ private:
+  Board* board_;
+  std::array<std::uint64_t, kCounts> sums_ = {};
+  std::uint64_t came_back_ = 0;
 };
 
 }  // namespace vexa_test

@@ -4,14 +4,11 @@
 // every read is judged by the item's history. What the caveats leave to the host is done before
 // the threads start: the item table and the callback.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 #include <vexadm/vexadm.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <memory>
-#include <new>
 #include <random>
 #include <string>
 #include <thread>
@@ -41,25 +38,6 @@ void register_items() {
 
 class Threads : public StorageTest {
  protected:
-  void SetUp() override {
-    StorageTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
-    void* const memory =
-        mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    board_ = new (memory) Board;
-  }
-
-  void TearDown() override {
-    if (board_ != nullptr) munmap(board_, sizeof(Board));
-  }
-
-  void begin_anew() {
-    for (const std::string& name : names_in("/data")) unlink(("/data/" + name).c_str());
-    for (std::size_t i = 0; i < kCounts; ++i) totals_[i] += (*board_)[static_cast<Count>(i)];
-    new (board_) Board;
-  }
-
   // In a process of its own. The parent keeps the histories: the next round starts with its files.
   void run_round(unsigned threads, unsigned operations, unsigned seed) {
     const QuickResult result = run_quickly([&] { use_together(threads, operations, seed); }, kMostSeconds);
@@ -67,8 +45,7 @@ class Threads : public StorageTest {
     EXPECT_TRUE(read_file(kBackup) == read_file(kPrimary)) << "the backup is not the primary";
   }
 
-  Board* board_ = nullptr;
-  std::array<std::uint64_t, kCounts> totals_ = {};
+  SharedBoard board_;
 
  private:
   void use_together(unsigned count, unsigned operations, unsigned seed) {
@@ -104,31 +81,31 @@ class Threads : public StorageTest {
 };
 
 TEST_F(Threads, ThatUseEverythingAtTheSameMomentFindWhatWasAcknowledged) {
-  const unsigned seed = static_cast<unsigned>(how_many("VEXA_THREADS_SEED", 21, 21));
-  const std::uint64_t operations = how_many("VEXA_THREADS_OPERATIONS", kEveryday, 2'000'000);
+  const auto seed = static_cast<unsigned>(how_many("VEXA_THREADS_SEED", 21, 21));
+  const std::uint64_t operations = how_many("VEXA_THREADS_OPERATIONS", kEveryday, 1'000'000);
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
   FaultCount count;
   count.kind = "several threads";
 
   // Mostly short rounds: it is the first use that differs from all later ones.
-  for (unsigned round = 0; totals_[kOperations] + (*board_)[kOperations] < operations && !HasFailure();
-       ++round) {
+  for (unsigned round = 0; board_.sum(kOperations) < operations && !HasFailure(); ++round) {
     SCOPED_TRACE("seed " + std::to_string(seed) + " round " + std::to_string(round));
-    if (random() % 2 == 0) begin_anew();
+    if (random() % 2 == 0) board_.begin_with_empty_device();
     const auto threads = static_cast<unsigned>(2 + random() % 7);
     const auto each = static_cast<unsigned>(random() % 8 == 0 ? 100 : 1 + random() % 12);
     run_round(threads, each, static_cast<unsigned>(random()));
     if (HasFailure()) ++count.failed;
   }
 
-  begin_anew();
-  count.tried = totals_[kOperations];
+  count.tried = board_.sum(kOperations);
+  std::printf("threads: %lu; acknowledged: %lu values, %lu emptyings, %lu pairs, %lu defaults built\n",
+              board_.sum(kStarts), board_.sum(kWrites), board_.sum(kEmptied), board_.sum(kPairWrites),
+              board_.sum(kDefaultsBuilt));
   std::printf(
-      "%lu threads started; acknowledged: %lu values, %lu emptyings, %lu pairs, %lu defaults built; skipped "
-      "as the same: %lu; read: %lu from files, %lu through the cache; late: %lu writes, %lu reads\n",
-      totals_[kStarts], totals_[kWrites], totals_[kEmptied], totals_[kPairWrites], totals_[kDefaultsBuilt],
-      totals_[kSkipped], totals_[kReads], totals_[kCachedReads], totals_[kLateWrites], totals_[kLateReads]);
+      "skipped as the same: %lu; read: %lu from files, %lu through the cache; late: %lu writes, %lu reads\n",
+      board_.sum(kSkipped), board_.sum(kReads), board_.sum(kCachedReads), board_.sum(kLateWrites),
+      board_.sum(kLateReads));
   report(count);
 }
 
