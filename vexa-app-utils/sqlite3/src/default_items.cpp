@@ -15,6 +15,7 @@ namespace {
 
 using vexa::CallBudget;
 using vexa::storage::Database;
+using vexa::storage::Presence;
 using vexa::storage::Sql;
 using vexa::storage::Statement;
 using vexa::storage::version_record;
@@ -40,11 +41,9 @@ DefaultValue value_of(int32_t type, const void* reference, uint32_t length) {
 
 void update_def_record(Database& db, const char* table, const char* key, int32_t type, const void* value,
                        int32_t length) {
-  const bool present = dm_record_exist(db.get(), table, key) != 0;
-  if (const int failure = present ? SQLITE_OK : vexa::storage::lookup_failure(db); failure != SQLITE_OK) {
-    vexa::storage::log_step_failure("dm_update_def_record", failure);
-    return;
-  }
+  const Presence presence = vexa::storage::presence_of(db.get(), table, key);
+  if (presence == Presence::kUnknown) return;
+  const bool present = presence == Presence::kPresent;
   const Sql sql =
       present
           ? Sql("update %s set type=%d, len=%d, value=:1 where key='%s'", table, type, length, key)

@@ -31,11 +31,9 @@ bool update_record(Database& db, const ItemRow& item) {
   const int32_t crc = value_crc(item.data, item.length);
   VEXA_LOG(log::kDebug, kRow, "wr crc: 0x%x\n", static_cast<unsigned>(crc));
   const auto id = static_cast<int32_t>(item.id);
-  const bool present = dm_record_exist(db.get(), item.table, item.key) != 0;
-  if (const int failure = present ? SQLITE_OK : lookup_failure(db); failure != SQLITE_OK) {
-    log_step_failure(kRow, failure);
-    return false;
-  }
+  const Presence presence = presence_of(db.get(), item.table, item.key);
+  if (presence == Presence::kUnknown) return false;
+  const bool present = presence == Presence::kPresent;
   const Sql sql = present
                       ? Sql("update %s set id=%d, type=%d, len=%d, crc=%d,value=:1 where key='%s'",
                             item.table, id, item.type, item.length, crc, item.key)

@@ -9,7 +9,6 @@
 #include "call_budget.h"
 #include "log/call_site.h"
 #include "sqlite3/src/database.h"
-#include "sqlite3/src/row_write.h"
 #include "sqlite3/src/storage.h"
 
 namespace {
@@ -17,6 +16,7 @@ namespace {
 using vexa::CallBudget;
 using vexa::storage::Command;
 using vexa::storage::Database;
+using vexa::storage::Presence;
 using vexa::storage::Sql;
 
 constexpr char kSelf[] = "dm_write_state_db";
@@ -87,7 +87,9 @@ int32_t dm_write_state_db(const char* item_table, uint32_t id, const char* item_
     return -1;
   }
   const auto item_id = static_cast<int32_t>(id);
-  if (dm_record_exist(db.get(), kTable, kKey) != 0) {
+  const Presence presence = vexa::storage::presence_of(db.get(), kTable, kKey);
+  if (presence == Presence::kUnknown) return -1;
+  if (presence == Presence::kPresent) {
     const Sql update(
         "update %s set item_table='%s',id=%d,item_key='%s',type=%d,len=%d,state=%d where key='%s'", kTable,
         item_table, item_id, item_key, type, len, state, kKey);
@@ -97,8 +99,7 @@ int32_t dm_write_state_db(const char* item_table, uint32_t id, const char* item_
   const Sql insert(
       "insert into %s (key,item_table,id,item_key,type,len,state) values('%s','%s',%d,'%s',%d,%d,%d)", kTable,
       kKey, item_table, item_id, item_key, type, len, state);
-  const bool absent = vexa::storage::lookup_failure(db) == SQLITE_OK;
-  if (absent && run_and_commit(db, insert.get()) == SQLITE_OK) return 0;
+  if (run_and_commit(db, insert.get()) == SQLITE_OK) return 0;
   VEXA_LOG(vexa::log::kError, kSelf, "[%d] insert error, %s\n", __LINE__, db.error());
   return -1;
 }

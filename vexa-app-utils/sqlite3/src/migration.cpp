@@ -31,19 +31,30 @@ const char* missing_column(const char* error) {
 
 }  // namespace
 
-int32_t dm_record_exist(sqlite3* db, const char* table, const char* key) {
-  const vexa::storage::Sql select("select 1 from %s where key='%s'", table, key);
+namespace vexa::storage {
+
+Presence presence_of(sqlite3* db, const char* table, const char* key) {
+  const Sql select("select 1 from %s where key='%s'", table, key);
   char** cells = nullptr;
   int rows = 0;
   char* message = nullptr;
-  if (sqlite3_get_table(db, select.get(), &cells, &rows, nullptr, &message) != SQLITE_OK) {
-    VEXA_LOG(vexa::log::kError, "dm_record_exist", "[%d] get table existence error: %s\n", __LINE__,
+  const int code = sqlite3_get_table(db, select.get(), &cells, &rows, nullptr, &message);
+  if (code != SQLITE_OK) {
+    VEXA_LOG(log::kError, "dm_record_exist", "[%d] get table existence error: %s\n", __LINE__,
              message != nullptr ? message : "");
     sqlite3_free(message);
-    return 0;
+    // No such column, or damage: the statement that follows meets it as well and says so.
+    const bool lasting = code == SQLITE_ERROR || code == SQLITE_CORRUPT || code == SQLITE_NOTADB;
+    return lasting ? Presence::kAbsent : Presence::kUnknown;
   }
   sqlite3_free_table(cells);
-  return rows > 0 ? 1 : 0;
+  return rows > 0 ? Presence::kPresent : Presence::kAbsent;
+}
+
+}  // namespace vexa::storage
+
+int32_t dm_record_exist(sqlite3* db, const char* table, const char* key) {
+  return vexa::storage::presence_of(db, table, key) == vexa::storage::Presence::kPresent ? 1 : 0;
 }
 
 int32_t alter_table_add_column(sqlite3* db, const char* table, const char* key) {

@@ -27,11 +27,11 @@ void log_bind_failure(const RowWrite& row, int code) {
   }
 }
 
-}  // namespace
-
 void log_step_failure(const char* function, int code) {
   VEXA_LOG(log::kError, function, "%d step failed rc: %d\n", __LINE__, code);
 }
+
+}  // namespace
 
 bool write_row(Database& db, const RowWrite& row) {
   Statement statement;
@@ -50,12 +50,6 @@ bool write_row(Database& db, const RowWrite& row) {
   const int stepped = sqlite3_step(statement.get());
   if (stepped != SQLITE_DONE) log_step_failure(row.function, stepped);
   return stepped == SQLITE_DONE;
-}
-
-int lookup_failure(const Database& db) {
-  const int code = sqlite3_errcode(db.get());
-  // SQLITE_ERROR: a table that lacks the column, which the insert goes on to mend or to report.
-  return code == SQLITE_ERROR ? SQLITE_OK : code;
 }
 
 bool commit_row(Database& db, const char* function) {

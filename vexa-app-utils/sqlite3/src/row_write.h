@@ -23,14 +23,6 @@ struct RowWrite {
 // Failures are logged: the steps that follow a row belong to the caller.
 bool write_row(Database& db, const RowWrite& row);
 
-// SQLite's code when dm_record_exist() gave 0 because it could not ask (no memory, a read error, a
-// lock); SQLITE_OK when it asked. An insert then could make a second row of the key, and the
-// older one would be read for good.
-int lookup_failure(const Database& db);
-
-// Says that the row's statement has failed.
-void log_step_failure(const char* function, int code);
-
 // Commits the row. A failed commit is logged as the failed step that it is.
 bool commit_row(Database& db, const char* function);
 

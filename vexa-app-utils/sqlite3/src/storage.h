@@ -49,6 +49,11 @@ class FixedText {
 using Sql = FixedText<512>;
 using Command = FixedText<128>;
 
+// Whether a table holds a row of a key. Unknown after a failure that passes (memory, input): who
+// then inserted would make a second row of that key, behind the one that reads find.
+enum class Presence { kAbsent, kPresent, kUnknown };
+Presence presence_of(sqlite3* db, const char* table, const char* key);
+
 // The checksum stored beside a value. The length goes in as a count of bits, cut to 16
 // bits: databases in the field were written that way.
 int32_t value_crc(const void* data, int32_t length);
