@@ -31,6 +31,8 @@ struct State {
   std::uint64_t failed = 0;
   std::int64_t slept_ns = 0;  // how far the clock is ahead
   char first_failed[kWhereSize] = "";
+  bool copy_unsynced = false;
+  std::uint64_t unsynced_renames = 0;
   std::array<const char*, kNamesKept> names = {};
   void (*watcher)(const char* name) = nullptr;
 };
@@ -52,10 +54,19 @@ const char* path_of(int fd, Where& target) {
   return target;
 }
 
+// A file copy of the library under its temporary name.
+constexpr char kCopy[] = "vexadm-copy";
+
+bool is_copy(int fd) {
+  Where target;
+  return g_state.armed && std::strstr(path_of(fd, target), kCopy) != nullptr;
+}
+
 // The errno value that this operation has to fail with, kShortCount, or 0.
 int due(const char* name, const char* path = nullptr, int fd = -1) {
   if (!g_state.armed) return 0;
   const FaultPlan& plan = g_state.plan;
+  if (plan.call[0] != '\0' && std::strcmp(plan.call, name) != 0) return 0;
   Where target;
   if (plan.path[0] != '\0') {
     if (path == nullptr) path = path_of(fd, target);
@@ -106,7 +117,10 @@ int control(int fd, int command, va_list rest) {
 }
 
 int sync_file(const char* name, long number, int fd) {
-  return or_fail(due(name, nullptr, fd), -1, [&] { return static_cast<int>(syscall(number, fd)); });
+  const int result =
+      or_fail(due(name, nullptr, fd), -1, [&] { return static_cast<int>(syscall(number, fd)); });
+  if (result == 0 && is_copy(fd)) g_state.copy_unsynced = false;
+  return result;
 }
 
 }  // namespace
@@ -123,11 +137,12 @@ void FailingCalls::watch(void (*watcher)(const char* name)) { g_state.watcher = 
 std::uint64_t FailingCalls::seen() { return g_state.seen; }
 std::uint64_t FailingCalls::failed() { return g_state.failed; }
 const char* FailingCalls::first_failed() { return g_state.first_failed; }
+std::uint64_t FailingCalls::unsynced_renames() { return g_state.unsynced_renames; }
 
 bool FailingCalls::is_own(std::uint64_t n) {
-  static constexpr std::array<std::string_view, 11> kOwn = {"write",  "fsync",  "rename",    "realpath",
+  static constexpr std::array<std::string_view, 12> kOwn = {"write",  "fsync",  "rename",    "realpath",
                                                             "fchmod", "fchown", "faccessat", "syncfs",
-                                                            "fopen",  "popen",  "system"};
+                                                            "fopen",  "popen",  "system",    "mkdir"};
   if (n < 1 || n > kNamesKept || n > g_state.seen) return false;
   return std::find(kOwn.begin(), kOwn.end(), g_state.names[n - 1]) != kOwn.end();
 }
@@ -142,6 +157,8 @@ namespace {
 using vexa_test::control;
 using vexa_test::due;
 using vexa_test::g_state;
+using vexa_test::is_copy;
+using vexa_test::kCopy;
 using vexa_test::next;
 using vexa_test::open_file;
 using vexa_test::or_fail;
@@ -165,6 +182,7 @@ int vexa_syncfs(int fd) VEXA_IN_PLACE_OF("syncfs");
 int vexa_ftruncate64(int fd, off64_t size) VEXA_IN_PLACE_OF("ftruncate64");
 int vexa_rename(const char* from, const char* to) VEXA_IN_PLACE_OF("rename");
 int vexa_unlink(const char* path) VEXA_IN_PLACE_OF("unlink");
+int vexa_mkdir(const char* path, mode_t mode) VEXA_IN_PLACE_OF("mkdir");
 int vexa_fcntl(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl");
 int vexa_fcntl64(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl64");
 int vexa_stat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF("stat64");
@@ -215,6 +233,7 @@ ssize_t vexa_pread64(int fd, void* bytes, std::size_t count, off64_t offset) {
 }
 
 ssize_t vexa_write(int fd, const void* bytes, std::size_t count) {
+  if (is_copy(fd)) g_state.copy_unsynced = true;
   return transfer("write", fd, count, [&](std::size_t n) { return syscall(SYS_write, fd, bytes, n); });
 }
 
@@ -233,11 +252,16 @@ int vexa_ftruncate64(int fd, off64_t size) {
 }
 
 int vexa_rename(const char* from, const char* to) {
+  if (g_state.copy_unsynced && std::strstr(from, kCopy) != nullptr) ++g_state.unsynced_renames;
   return or_fail(due("rename", to), -1, [&] { return renameat(AT_FDCWD, from, AT_FDCWD, to); });
 }
 
 int vexa_unlink(const char* path) {
   return or_fail(due("unlink", path), -1, [&] { return unlinkat(AT_FDCWD, path, 0); });
+}
+
+int vexa_mkdir(const char* path, mode_t mode) {
+  return or_fail(due("mkdir", path), -1, [&] { return mkdirat(AT_FDCWD, path, mode); });
 }
 
 int vexa_fcntl(int fd, int command, ...) {

@@ -20,6 +20,7 @@ struct FaultPlan {
   std::uint64_t count = 1;  // operations in a row, or kFromThereOn
   int error = 0;            // errno value, or kShortCount
   const char* path = "";    // only operations on paths that contain it are counted
+  const char* call = "";    // only operations of this name are counted
 };
 
 // While it lives, operations are counted and fail by the plan, and waiting takes no time: a pause
@@ -40,6 +41,8 @@ class FailingCalls {
   static bool is_own(std::uint64_t n);
   // Name and path of the first one that failed.
   static const char* first_failed();
+  // Copies that took their final name although what was written to them was not synced.
+  static std::uint64_t unsynced_renames();
 };
 
 }  // namespace vexa_test

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+// The lines, of warning level and above, that a failure may leave in the log; and the sums of the
+// tables.
+#include <algorithm>
+#include <string_view>
+
+#include "faults/failing_operations.h"
+
+namespace vexa_test {
+namespace {
+
+constexpr std::string_view kLines[] = {
+    // One database file
+    "3 dm_read_db|sqlite3_open failed: <any>\n",
+    "3 dm_read_db|[LINE] sqlite3_prepare error, <any> \n",
+    "3 dm_read_db|sqlite3_step error <any>\n",
+    "3 dm_read_db|error: DB_CONFIG is damaged cp /data/configbak.db /data/config.db",
+    "3 dm_read_db|error: DB_CONFIG is damaged so cp /vexanvbak/data/config.db /data/config.db",
+    "3 dm_write_db|sqlite3_open failed: <any>\n",
+    "3 dm_write_db|[LINE] create table error rc=<any>, <any>, szSql: create table if not exists <any>\n",
+    "3 dm_write_db|ERROR: cp /data/configbak.db /data/config.db",
+    "3 dm_write_db|ERROR: cp /vexanvbak/data/config.db /data/config.db",
+    "3 dm_update_record|[LINE] sqlite3_prepare error, rc: <any>\n",
+    "3 dm_update_record|[LINE] sqlite3_prepare error, <any>\n",
+    "3 dm_update_record|[LINE] bind_blob error, rc: <any>\n",
+    "3 dm_update_record|[LINE] bind_blob error, <any>\n",
+    "3 dm_update_record|LINE step failed rc: <any>\n",
+    "3 dm_update_record|alter_table_add_column failed\n",
+    "3 dm_record_exist|[LINE] get table existence error: <any>\n",
+    "2 alter_table_add_column|<any>\n",
+    "3 alter_table_add_column|cnt error 3\n",
+    "3 alter_table_add_column|[LINE] update error, <any>\n",
+    // The pair, its journal, its health
+    "3 dm_pal_write|ERROR: cp /data/config.db /data/configbak.db",
+    "3 dm_pal_write|dm_update_db: \n",
+    "3 dm_pal_write|dm_write_state_db  WS_READY failed: -1\n",
+    "3 dm_pal_write|dm_write_state_db  WS_WRITE_DONE failed: -1\n",
+    "3 dm_pal_write|dm_write_state_db  WS_BACKUP_DONE failed: -1\n",
+    "3 dm_write_state_db|sqlite3_open failed: <any>\n",
+    "3 dm_write_state_db|[LINE] create table error, <any>\n",
+    "3 dm_write_state_db|szSql: update state set <any>, rc: <any>, szErrMsg: <any>\n",
+    "3 dm_write_state_db|alter_table_add_column failed\n",
+    "3 dm_write_state_db|[LINE] update error, <any>\n",
+    "3 dm_write_state_db|ret_pos is NULL, other error occured\n",
+    "3 dm_write_state_db|Can't create database: <any>\n",
+    "3 dm_write_state_db|error when szSql: update state set <any>, rc: <any>\n",
+    "3 dm_write_state_db|[LINE] insert error, <any>\n",
+    "3 dm_read_state_db|sqlite3_open failed: <any>\n",
+    "2 dm_read_state_db|errmsg <any>\n",
+    "3 dm_read_state_db|alter_table_add_column failed\n",
+    "3 check_database_health|Database is corrupted upon opening: <any> (Code: 11)\n",
+    "3 check_database_health|Open failed: <any> (Code: <any>)\n",
+    "3 check_database_health|<any> corruption detected: <any> (Code: 11)\n",
+    "3 check_database_health|<any> Quick check error: <any> (Code: <any>)\n",
+    "3 check_database_health|is_corrupted=<any>\n",
+    "3 integrity_check_callback|[ERROR] Corruption detected: <any>\n",
+    "2 dm_pal_check_db_exist|config && configbak all exist\n",
+    // Defaults and versions
+    "3 dm_write_def_db|sqlite3_open failed: <any>\n",
+    "3 dm_write_def_db|[LINE] create table error, <any>\n",
+    "3 dm_update_def_record|[LINE] sqlite3_prepare error, <any>\n",
+    "3 dm_update_def_record|[LINE] bind_blob error, <any>\n",
+    "3 dm_update_def_record|LINE step failed rc: <any>\n",
+    "3 dm_update_def_record|alter_table_add_column failed\n",
+    "3 dm_read_def_db|sqlite3_open failed: <any>\n",
+    "3 dm_read_def_db|[LINE] sqlite3_prepare error, <any>\n",
+    "3 dm_read_def_db|sqlite3_step error <any>\n",
+    "3 sqlite_chk_db_ver_match|tmp_sqlite_ver read fail\n",
+    "3 sqlite_chk_db_ver_match|tmp_DefItems_db_ver read fail\n",
+    "3 sqlite_chk_db_ver_match| sqlite_chk_db_ver_matched \n",
+    "3 sqlite_chk_db_ver_match| sqlite_chk_db_ver_not_matched \n",
+    // Commands, clean, export
+    "3 dm_sqlite_system_cmd|system command failed: (<any>) <any>\n",
+    "3 dm_sqlite_clean|unlink error: <any>\n",
+    "3 dm_sqlite_clean|unlink bak error: <any>\n",
+    "3 dm_sqlite_clean|unlink state error: <any>\n",
+    "3 dm_read_all_tabs_from_db|sqlite3_open failed: <any>\n",
+    "3 dm_export_by_table|value:<any>\n",
+    // The data manager
+    "3 oem_dm_read_item_from_mem|read_item:<any> from_mem fail!\n",
+    "3 oem_dm_add_item_to_mem|dm_update_item_value_to_mem:no item found \n",
+    "3 oem_dm_construct_queue_from_kvl|oem_MALLOC fail!\r\n",
+    "3 oem_dm_reg_def_items|oem_dm_def_reg_map_symtab open failed\n",
+    "3 oem_dm_reg_event_callback|vexa_dm_reg_event_callback param NULL\n",
+    "3 oem_dm_try_read_def_value|ver_match fail,so ignore DefItems data!\n",
+    "3 oem_dm_try_read_def_value|apn def value is factory\n",
+    "3 oem_dm_try_read_def_value|pairs def value is a,1;\n",
+    "3 oem_dm_read|oem_dm_read def value:<any> not register!\n",
+    "3 oem_dm_read_db|hash:NET apn\n",
+    "3 oem_dm_read_db|oem_dm_read_db def value:1 not register!\n",
+    "3 oem_dm_write_db|hash:NET apn\n",
+    "3 oem_dm_empty|hash:NET apn\n",
+    "3 oem_dm_write_key_value_pairs|read db failed\n",
+    "3 oem_dm_write_key_value_pairs|write db failed\n",
+    "3 oem_dm_read_key_value_pairs|read db failed\n",
+    // The toolbox
+    "2 oem_some_function|text 5\n",
+    "3 oem_some_function|text 5\n",
+    "4 oem_some_function|text 5\n",
+    "-1 oem_some_function|text 5\n",
+    "3 oem_strip_quotes_out|The in_str must be quoted\n",
+    "3 oem_hex_BinaryToString|Hex string array (4) is too small to convert (4) bytes\n",
+    "3 oem_string_memcpy|Invalid string parameter.\n",
+    "3 dir_make_path|Could not create directory '/data/a/b/c'.\n",
+};
+
+}  // namespace
+
+Called* g_called = nullptr;
+
+std::ostream& operator<<(std::ostream& out, const Operation& operation) { return out << operation.name; }
+
+std::vector<Operation> all_operations() {
+  std::vector<Operation> all = storage_operations();
+  for (const auto& part : {manager_operations(), toolbox_operations()}) {
+    all.insert(all.end(), part.begin(), part.end());
+  }
+  return all;
+}
+
+std::vector<Operation> operations_where(bool (*wanted)(const Operation&)) {
+  std::vector<Operation> all = all_operations();
+  std::erase_if(all, [&](const Operation& operation) { return !wanted(operation); });
+  return all;
+}
+
+bool is_documented_line(const std::string& line) {
+  return std::any_of(std::begin(kLines), std::end(kLines),
+                     [&](std::string_view documented) { return log_matches(line, documented); });
+}
+
+}  // namespace vexa_test

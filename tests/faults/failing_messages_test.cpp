@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+// What each class of failure answers and logs, word for word.
+#include <cerrno>
+
+#include "faults/failing_calls.h"
+#include "faults/failing_operations.h"
+#include "vexadm/vexadm.h"
+
+namespace vexa_test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr FaultPlan always(int error, const char* call, const char* path) {
+  return {1, kFromThereOn, error, path, call};
+}
+constexpr FaultPlan nth(std::uint64_t n, int error, const char* call, const char* path = "") {
+  return {n, 1, error, path, call};
+}
+
+struct Failure {
+  const char* name;
+  FaultPlan plan;
+  std::int64_t (*run)();
+  std::int64_t code;
+  Lines lines;            // of warning level and above
+  unsigned found = kOld;  // the item, once nothing fails any more
+};
+
+std::ostream& operator<<(std::ostream& out, const Failure& failure) { return out << failure.name; }
+
+std::int64_t write_wanted() { return store(g_wanted, kNewValue); }
+std::int64_t read_wanted() { return look(g_wanted).code; }
+std::int64_t clean() {
+  char wish[] = "copy";
+  return static_cast<std::int32_t>(dm_sqlite_clean(wish));
+}
+std::int64_t export_all() { return static_cast<std::int32_t>(dm_read_all_tabs_from_db(DB_CONFIG)); }
+std::int64_t run_command() {
+  char output[8] = {};
+  return static_cast<std::int32_t>(dm_sqlite_system_cmd("true", output, 7));
+}
+std::int64_t check_health() { return static_cast<std::int32_t>(check_database_health(DB_CONFIG)); }
+std::int64_t match_versions() {
+  std::uint8_t matched = 2;
+  sqlite_chk_db_ver_match(&matched);
+  return matched;
+}
+
+const std::string kCopied = "3 dm_pal_write|ERROR: cp /data/config.db /data/configbak.db";
+const std::string kCannotOpen = "sqlite3_open failed: unable to open database file\n";
+
+std::vector<Failure> all_failures() {
+  return {
+      {"CommandWithoutADescriptor",
+       nth(1, EMFILE, "popen"),
+       run_command,
+       -1,
+       {"3 dm_sqlite_system_cmd|system command failed: (24) Too many open files\n"}},
+      {"CommandWithoutAProcess",
+       nth(1, EAGAIN, "popen"),
+       run_command,
+       -1,
+       {"3 dm_sqlite_system_cmd|system command failed: (11) Resource temporarily unavailable\n"}},
+      {"CleanThatCannotCount",
+       nth(1, ENOMEM, "popen"),
+       clean,
+       -1,
+       {"3 dm_sqlite_system_cmd|system command failed: (12) Cannot allocate memory\n"}},
+      {"CleanThatCannotCopy",
+       nth(2, EMFILE, "popen"),
+       clean,
+       -1,
+       {"3 dm_sqlite_system_cmd|system command failed: (24) Too many open files\n"}},
+      {"CleanOfAPrimaryThatStays",
+       always(EACCES, "unlink", "/data/config.db"),
+       clean,
+       -1,
+       {"3 dm_sqlite_clean|unlink error: Permission denied\n"}},
+      {"CleanOfABackupThatStays",
+       always(EROFS, "unlink", "/data/configbak.db"),
+       clean,
+       -1,
+       {"3 dm_sqlite_clean|unlink bak error: Read-only file system\n"}},
+      {"CleanOfAJournalThatStays",
+       always(EIO, "unlink", "/data/state.db"),
+       clean,
+       -1,
+       {"3 dm_sqlite_clean|unlink state error: Input/output error\n"},
+       kMissing},
+      {"ExportWithoutACsv", always(EACCES, "fopen", "ExportCSV"), export_all, 4, {}},
+      {"ExportOfAClosedFile",
+       always(EMFILE, "open", "config.db"),
+       export_all,
+       -101,
+       {"3 dm_read_all_tabs_from_db|" + kCannotOpen}},
+      {"ReadWithoutThePrimary",
+       always(EMFILE, "open", "config.db"),
+       read_wanted,
+       3000,
+       {"3 dm_read_db|" + kCannotOpen}},
+      {"ReadWithoutTheBackup",
+       always(EACCES, "open", "configbak.db"),
+       read_wanted,
+       -101,
+       {"3 dm_read_db|" + kCannotOpen, "3 dm_read_db|" + kCannotOpen}},
+      {"WriteWithoutThePrimary",
+       always(EMFILE, "open", "config.db"),
+       write_wanted,
+       -1,
+       {"3 dm_write_db|" + kCannotOpen, "3 dm_pal_write|dm_update_db: \n"}},
+      {"WriteWithoutTheJournal",
+       always(EMFILE, "open", "state.db"),
+       write_wanted,
+       0,
+       {"3 dm_write_state_db|" + kCannotOpen, "3 dm_pal_write|dm_write_state_db  WS_READY failed: -1\n",
+        kCopied, "3 dm_write_state_db|" + kCannotOpen,
+        "3 dm_pal_write|dm_write_state_db  WS_WRITE_DONE failed: -1\n", "3 dm_write_state_db|" + kCannotOpen,
+        "3 dm_pal_write|dm_write_state_db  WS_BACKUP_DONE failed: -1\n"},
+       kNew},
+      {"WriteOntoAFullStorage",
+       always(ENOSPC, "pwrite", "/data/config.db"),
+       write_wanted,
+       0,
+       {"3 dm_update_record|LINE step failed rc: 13\n", kCopied}},
+      {"WriteWhoseSyncFails",
+       always(EIO, "fdatasync", "/data/config.db"),
+       write_wanted,
+       0,
+       {"3 dm_update_record|LINE step failed rc: 10\n", kCopied}},
+      // The record alone goes into the backup then.
+      {"WriteWhoseCopyIsNotSynced", always(EIO, "fsync", "vexadm-copy"), write_wanted, 0, {kCopied}, kNew},
+      {"WriteWhoseCopyIsNotNamed",
+       always(EACCES, "rename", "configbak.db"),
+       write_wanted,
+       0,
+       {kCopied},
+       kNew},
+      {"WriteWhoseCopyDoesNotFit", always(ENOSPC, "write", "vexadm-copy"), write_wanted, 0, {kCopied}, kNew},
+      {"DefaultWithoutItsFile",
+       always(EMFILE, "open", "DefItems.db"),
+       [] { return std::int64_t{dm_write_def_db("cfg", "wanted", 6, "new", 3)}; },
+       -101,
+       {"3 dm_write_def_db|" + kCannotOpen}},
+      {"DefaultReadWithoutItsFile",
+       always(EMFILE, "open", "DefItems.db"),
+       [] {
+         std::int32_t type = 0;
+         return std::int64_t{dm_read_def_db("cfg", "wanted", &type, g_buffer, 64)};
+       },
+       -101,
+       {"3 dm_read_def_db|" + kCannotOpen}},
+      {"HealthOfAClosedFile",
+       always(EMFILE, "open", "config.db"),
+       check_health,
+       -1,
+       {"3 check_database_health|Open failed: unable to open database file (Code: 14)\n",
+        "3 check_database_health|is_corrupted=0\n"}},
+      {"HealthOfAnUnreadableFile",
+       FaultPlan{2, kFromThereOn, EIO, "config.db", "pread"},
+       check_health,
+       -2,
+       {"3 check_database_health|/data/config.db Quick check error: disk I/O error (Code: 10)\n"}},
+      {"VersionsWithoutTheDefaults",
+       always(EMFILE, "open", "DefItems.db"),
+       match_versions,
+       2,
+       {"3 dm_read_def_db|" + kCannotOpen, "3 sqlite_chk_db_ver_match|tmp_DefItems_db_ver read fail\n"}},
+      {"VersionsWithoutTheItems",
+       always(EMFILE, "open", "config"),
+       match_versions,
+       2,
+       {"3 dm_read_db|" + kCannotOpen, "3 dm_read_db|" + kCannotOpen, "3 dm_read_db|" + kCannotOpen,
+        "3 sqlite_chk_db_ver_match|tmp_sqlite_ver read fail\n"}},
+      {"DirectoriesOnAFullStorage",
+       nth(2, ENOSPC, "mkdir"),
+       [] { return std::int64_t{dir_make_path("/data/a/b", 0755)}; },
+       -1,
+       {"3 dir_make_path|Could not create directory '/data/a/b'.\n"}},
+  };
+}
+
+class FailureOf : public StorageTest, public ::testing::WithParamInterface<Failure> {};
+
+TEST_P(FailureOf, IsAnsweredAndLoggedWordForWord) {
+  if (IsSkipped()) return;
+  const Failure& failure = GetParam();
+  prepare_store();
+  expect_in_child([&] {
+    LogCapture log;
+    std::int64_t code = 0;
+    {
+      const FailingCalls injector(failure.plan);
+      code = failure.run();
+    }
+    EXPECT_GT(FailingCalls::failed(), 0u);
+    EXPECT_EQ(code, failure.code);
+    Lines lines;
+    for (const LogLine& line : log.lines()) {
+      if (line.level >= 2) lines.push_back(log_text(line));
+    }
+    EXPECT_EQ(lines, failure.lines);
+    EXPECT_EQ(FailingCalls::unsynced_renames(), 0u);
+  });
+  expect_in_child([&] {
+    vexa_set_log_level(4);
+    EXPECT_EQ(look(g_wanted).found, failure.found);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(Classes, FailureOf, ::testing::ValuesIn(all_failures()),
+                         [](const ::testing::TestParamInfo<Failure>& tested) { return tested.param.name; });
+
+class FailureBeside : public StorageTest {};
+
+TEST_F(FailureBeside, ACleanThatCannotStartLeavesTheStoreUsable) {
+  if (IsSkipped()) return;
+  prepare_store();
+  expect_in_child([] {
+    vexa_set_log_level(4);
+    {
+      const FailingCalls injector(nth(1, EMFILE, "popen"));
+      EXPECT_EQ(clean(), -1);
+    }
+    EXPECT_EQ(store(g_wanted, kNewValue), 0);
+    EXPECT_EQ(look(g_wanted).found, unsigned{kNew});
+    EXPECT_EQ(clean(), 0);
+  });
+}
+
+TEST_F(FailureBeside, AnExportThatLosesItsCsvSaysSoOnStandardError) {
+  if (IsSkipped()) return;
+  prepare_store();
+  const ChildResult child = run_in_child([] {
+    vexa_set_log_level(4);
+    const FailingCalls injector(nth(2, EMFILE, "fopen"));
+    EXPECT_EQ(export_all(), 0);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+  EXPECT_EQ(child.err, "SQL error: query aborted\n");
+  EXPECT_EQ(child.out, "");
+  EXPECT_EQ(read_file(kExport), std::string("key,len,type,value,\r\n\0", 22));
+}
+
+TEST_F(FailureBeside, AThreadWhoseNameCannotBeReadIsShownAsNull) {
+  if (IsSkipped()) return;
+  for (const char* call : {"open", "read", "close"}) {
+    expect_in_child([&] {
+      set_print_interface([](const char*) {});
+      char message[VEXA_LOG_MESSAGE_SIZE];
+      const FailingCalls injector(always(EMFILE, call, "comm"));
+      EXPECT_EQ(vexa_log_printf(3, message, "f", 1, "text\n"), 0);
+      EXPECT_EQ(FailingCalls::failed(), 1u);
+      const bool shown_as_null = std::strstr(log_msg, "-NULL] | f 1 | text\n") != nullptr;
+      EXPECT_EQ(shown_as_null, std::strcmp(call, "close") != 0) << call << ": " << log_msg;
+    });
+  }
+}
+
+TEST_F(FailureBeside, AFailedMkdirLeavesItsErrno) {
+  if (IsSkipped()) return;
+  expect_in_child([] {
+    vexa_set_log_level(4);
+    const FailingCalls injector(nth(3, EDQUOT, "mkdir"));
+    EXPECT_EQ(dir_make_path("/data/a/b/c", 0755), -1);
+    EXPECT_EQ(errno, EDQUOT);
+  });
+  EXPECT_TRUE(exists("/data/a"));
+  EXPECT_FALSE(exists("/data/a/b"));
+}
+
+}  // namespace
+}  // namespace vexa_test

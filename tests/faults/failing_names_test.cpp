@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+// Nothing is forgotten: each exported function is called by an operation that is made to fail, and
+// each function that the library imports can be made to fail or has nothing that could.
+#include <dlfcn.h>
+#include <elf.h>
+#include <gmock/gmock.h>
+#include <link.h>
+#include <sys/mman.h>
+
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "faults/failing_alloc.h"
+#include "faults/failing_operations.h"
+#include "vexadm/vexadm.h"
+
+namespace vexa_test {
+namespace {
+
+using Names = std::set<std::string>;
+
+class FailingNames : public StorageTest {};
+
+struct Symbol {
+  std::string file;
+  bool is_function = false;
+};
+
+Symbol find_symbol(const std::string& name) {
+  void* const address = dlsym(RTLD_DEFAULT, name.c_str());
+  Dl_info info = {};
+  void* entry = nullptr;
+  if (address == nullptr || dladdr1(address, &info, &entry, RTLD_DL_SYMENT) == 0 || entry == nullptr)
+    return {};
+  const unsigned type = static_cast<const ElfW(Sym)*>(entry)->st_info & 0xFU;
+  return {info.dli_fname, type == STT_FUNC || type == STT_GNU_IFUNC};
+}
+
+Names exported_functions() {
+  Names names;
+  std::ifstream stream(EXPORTED_NAMES);
+  for (std::string line; std::getline(stream, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const Symbol symbol = find_symbol(line);
+    EXPECT_FALSE(symbol.file.empty()) << line;
+    if (!symbol.is_function) continue;  // an object
+    // Not a function of the same name that another library has.
+    EXPECT_NE(symbol.file.find("libvexadm"), std::string::npos) << line << " of " << symbol.file;
+    names.insert(line);
+  }
+  return names;
+}
+
+TEST_F(FailingNames, EveryExportedFunctionIsMadeToFailByAnOperation) {
+  if (IsSkipped()) return;
+  void* const memory =
+      mmap(nullptr, sizeof(Called), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  g_called = static_cast<Called*>(memory);
+  Names called;
+  for (const Operation& operation : all_operations()) {
+    Device::clear();
+    if (operation.prepare != nullptr) operation.prepare();
+    g_called->count = 0;
+    expect_in_child([&] {
+      vexa_set_log_level(4);
+      if (operation.before != nullptr) operation.before();
+      operation.run();
+    });
+    for (std::size_t i = 0; i < g_called->count; ++i) called.insert(g_called->names[i]);
+  }
+  g_called = nullptr;
+  munmap(memory, sizeof(Called));
+  EXPECT_THAT(called, ::testing::ContainerEq(exported_functions()));
+}
+
+#ifdef LIBRARY
+
+// Neither asks for memory nor makes a system call that can fail.
+const Names kCannotFail = {"_ITM_deregisterTMCloneTable",
+                           "_ITM_registerTMCloneTable",
+                           "__cxa_finalize",
+                           "__errno_location",
+                           "__gmon_start__",
+                           "__stack_chk_fail",
+                           "abort",
+                           "free",
+                           "getpid",
+                           "gettimeofday",
+                           "gmtime_r",
+                           "isspace",
+                           "isxdigit",
+                           "memchr",
+                           "memcmp",
+                           "memcpy",
+                           "memmove",
+                           "memset",
+                           "pthread_mutex_destroy",
+                           "pthread_mutex_init",
+                           "pthread_mutex_lock",
+                           "pthread_mutex_unlock",
+                           "pthread_once",
+                           "pthread_rwlock_init",
+                           "pthread_rwlock_rdlock",
+                           "pthread_rwlock_unlock",
+                           "pthread_rwlock_wrlock",
+                           "snprintf",
+                           "stderr",
+                           "stdout",
+                           "strchr",
+                           "strcmp",
+                           "strcspn",
+                           "strerror",
+                           "strlen",
+                           "strncasecmp",
+                           "strncmp",
+                           "strnlen",
+                           "strrchr",
+                           "strstr",
+                           "strtol",
+                           "syscall",
+                           "time",
+                           "toupper",
+                           "vsnprintf"};
+
+// Made to fail where they reach the kernel.
+const Names kBelow = {"fclose", "fflush", "fprintf", "fputc", "fread", "fwrite", "pclose", "printf", "puts"};
+
+// Ask for memory by malloc.
+const Names kAllocate = {"strdup"};
+
+TEST_F(FailingNames, EveryImportedFunctionIsMadeToFailOrCannot) {
+#if !VEXA_TEST_OWN_ALLOC
+  GTEST_SKIP() << "an instrumented library imports what the sanitizer needs";
+#endif
+  std::FILE* const stream = popen((std::string(NM) + " -D --undefined-only " + LIBRARY).c_str(), "re");
+  ASSERT_NE(stream, nullptr);
+  std::string output(16384, '\0');
+  output.resize(std::fread(output.data(), 1, output.size(), stream));
+  ASSERT_EQ(pclose(stream), 0);
+  std::istringstream words(output);
+  Names forgotten;
+  std::size_t replaced = 0;
+  for (std::string word; words >> word;) {
+    const std::string name = word.substr(0, word.find('@'));
+    if (name == "U" || name == "w" || name.starts_with("sqlite3_")) continue;
+    if (kCannotFail.contains(name) || kBelow.contains(name) || kAllocate.contains(name)) continue;
+    if (find_symbol(name).file.find("failing_names_test") != std::string::npos) {
+      ++replaced;
+    } else {
+      forgotten.insert(name);
+    }
+  }
+  EXPECT_THAT(forgotten, ::testing::IsEmpty());
+  EXPECT_GT(replaced, 15u);
+}
+
+#endif
+
+}  // namespace
+}  // namespace vexa_test
