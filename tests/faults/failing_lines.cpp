@@ -32,6 +32,7 @@ constexpr std::string_view kLines[] = {
     "3 alter_table_add_column|[LINE] update error, <any>\n",
     // The pair, its journal, its health
     "3 dm_pal_write|ERROR: cp /data/config.db /data/configbak.db",
+    "3 dm_pal_write|/data/configbak.db keeps the previous value of <any>\n",
     "3 dm_pal_write|dm_update_db: \n",
     "3 dm_pal_write|dm_write_state_db  WS_READY failed: -1\n",
     "3 dm_pal_write|dm_write_state_db  WS_WRITE_DONE failed: -1\n",

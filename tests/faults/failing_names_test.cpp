@@ -124,7 +124,8 @@ const Names kCannotFail = {"_ITM_deregisterTMCloneTable",
                            "vsnprintf"};
 
 // Made to fail where they reach the kernel.
-const Names kBelow = {"fclose", "fflush", "fprintf", "fputc", "fread", "fwrite", "pclose", "printf", "puts"};
+const Names kBelow = {"clearerr", "fclose", "ferror", "fflush", "fprintf", "fputc",
+                      "fread",    "fwrite", "pclose", "printf", "puts"};
 
 // Ask for memory by malloc.
 const Names kAllocate = {"strdup"};
