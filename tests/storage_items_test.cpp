@@ -2,8 +2,10 @@
 // One row per item: its columns and checksum, the read over two files, the write over two files.
 #include <unistd.h>
 #include <vexadm/data_manager.h>
+#include <vexadm/log.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -807,6 +809,14 @@ class CacheOrder : public StorageTest {
     std::thread([] { EXPECT_EQ(vexa_dm_write(handle_, 1, "later", 5), 0); }).join();
   }
 
+  // The first caching of an item says so before it makes the entry: there another one overtakes
+  // it. The logger is locked meanwhile, so the other one must have nothing to say.
+  static void overtake_in_cache(const char* line) {
+    if (std::string_view(line).find("no item found") == std::string_view::npos) return;
+    vexa_set_log_level(4);
+    overtake(0, nullptr, 0);
+  }
+
   static inline vexa_dm_handle* handle_ = nullptr;
   static inline bool overtaken_ = false;
 };
@@ -833,6 +843,52 @@ TEST_F(CacheOrder, AnEmptyingThatIsOvertakenDoesNotHideTheLaterValue) {
 
   EXPECT_EQ(vexa_dm_cache_read(1, buffer.data(), 16), 5);
   EXPECT_STREQ(reinterpret_cast<const char*>(buffer.data()), "later");
+}
+
+TEST_F(CacheOrder, AReaderThatIsOvertakenDoesNotHideTheLaterValue) {
+  handle_ = handle_with_item();
+  put_item(kPrimary, {"cfg", 1, "k", 5, "sooner"});
+  put_item(kBackup, {"cfg", 1, "k", 5, "sooner"});
+  set_print_interface(overtake_in_cache);
+  std::array<std::uint8_t, 16> buffer = {};
+
+  EXPECT_EQ(vexa_dm_read(handle_, 1, buffer.data(), 16), 6);
+
+  EXPECT_EQ(vexa_dm_read(handle_, 1, buffer.data(), 16), 5);
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "later");
+}
+
+// The sooner of two is held up before it makes its entry, until the later one has found none.
+class TwoEntries : public CacheOrder {
+ protected:
+  static void hold_up(std::int32_t, const void*, std::int32_t length) {
+    if (length > 0) return;
+    emptied_ = true;
+    while (!go_on_) std::this_thread::yield();
+  }
+  static void let_go_on(const char* line) {
+    if (std::string_view(line).find("no item found") == std::string_view::npos) return;
+    vexa_set_log_level(4);
+    go_on_ = true;
+    emptying_.join();
+  }
+
+  static inline std::atomic<bool> emptied_ = false;
+  static inline std::atomic<bool> go_on_ = false;
+  static inline std::thread emptying_;
+};
+
+TEST_F(TwoEntries, OfOneItemEndWithTheLaterValueInTheFirst) {
+  handle_ = handle_with_item();
+  vexa_dm_reg_event_callback(hold_up);
+  set_print_interface(let_go_on);
+  emptying_ = std::thread([] { EXPECT_EQ(vexa_dm_empty(handle_, 1), 0); });
+  while (!emptied_) std::this_thread::yield();
+
+  EXPECT_EQ(vexa_dm_write(handle_, 1, "later", 5), 0);
+
+  std::array<std::uint8_t, 16> buffer = {};
+  EXPECT_EQ(vexa_dm_cache_read(1, buffer.data(), 16), 5);
 }
 
 }  // namespace
