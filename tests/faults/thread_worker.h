@@ -30,12 +30,15 @@ struct Job {
 
 // What the threads of a process share.
 struct Shared {
-  Shared(Board& the_board, unsigned count) : board(the_board), start(count), own_jobs(count) {
+  Shared(Board& the_board, unsigned count, unsigned seed)
+      : board(the_board), first_kind(seed), all_alike(seed % 2 == 0), start(count), own_jobs(count) {
     q_init(&jobs);
     q_init(&moved);
   }
 
   Board& board;
+  unsigned first_kind;
+  bool all_alike;  // all begin with the same kind of operation, else each with another
   std::barrier<> start;
   std::array<std::atomic<bool>, kItems + 1> written = {};  // by one thread at a time
   std::vector<std::deque<Job>> own_jobs;                   // of each thread; stay until all have ended
@@ -68,10 +71,11 @@ class Worker {
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  // All threads begin at the same moment, each with another kind of operation.
+  // All threads begin at the same moment.
   void run(unsigned operations) {
     shared_.start.arrive_and_wait();
-    for (unsigned i = 0; i < operations; ++i) operate(i == 0 ? number_ : user_.below(kKinds));
+    operate((shared_.first_kind / 2 + (shared_.all_alike ? 0 : number_)) % kKinds);
+    for (unsigned i = 1; i < operations; ++i) operate(user_.below(kKinds));
     shared_.start.arrive_and_wait();
     q_m_put(&shared_.jobs, &shared_.moved);
     while (q_link_node* const link = q_get(&shared_.jobs)) take(link);
@@ -80,7 +84,7 @@ class Worker {
   std::string complaints() const { return complaints_ + user_.complaints(); }
 
  private:
-  static constexpr unsigned kKinds = 12;
+  static constexpr unsigned kKinds = 13;
 
   // Logger, thread name and registration, at the same moment too.
   vexa_dm_handle* begin() {
@@ -123,8 +127,11 @@ class Worker {
       case 10:
         look_at_store();
         break;
-      default:
+      case 11:
         use_another_handle();
+        break;
+      default:
+        user_.build_defaults();
         break;
     }
     shared_.board.add(kOperations);
@@ -178,15 +185,12 @@ class Worker {
   }
 
   void look_at_store() {
-    switch (user_.below(4)) {
+    switch (user_.below(3)) {
       case 0:
         expect(check_database_health(kPrimary.c_str()) == 0, "the primary is not healthy");
         break;
       case 1:
         expect(check_database_health(kBackup.c_str()) == 0, "the backup is not healthy");
-        break;
-      case 2:
-        user_.build_defaults();
         break;
       default: {
         std::uint32_t version = 0;

@@ -25,9 +25,9 @@ namespace {
 constexpr unsigned kMostSeconds = 50;  // a round that takes longer hangs
 
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-constexpr std::uint64_t kEveryday = 2500;
+constexpr std::uint64_t kEveryday = 1500;
 #else
-constexpr std::uint64_t kEveryday = 8000;
+constexpr std::uint64_t kEveryday = 4000;
 #endif
 
 void register_items() {
@@ -50,7 +50,7 @@ class Threads : public StorageTest {
  private:
   void use_together(unsigned count, unsigned operations, unsigned seed) {
     register_items();
-    Shared shared(*board_, count);
+    Shared shared(*board_, count, seed);
     std::vector<std::unique_ptr<Worker>> workers(count);
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < count; ++i) {
