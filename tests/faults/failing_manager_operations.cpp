@@ -67,8 +67,8 @@ const std::vector<Answer> kWriteAnswers = {{0}, {-1, "3 dm_pal_write|dm_update_d
 // With matching versions the stored defaults answer, and their failure comes through.
 const std::vector<Answer> kReadAnswers = {
     {1},
-    {2, "3 oem_dm_try_read_def_value|ver_match fail,so ignore DefItems data!\n"},
-    {2, "3 oem_dm_try_read_def_value|apn def value is factory\n"},
+    {2, "3 oem_dm_try_read_def_value|ver_match fail,so ignore DefItems data!\n", Line::kElsewhere},
+    {2, "3 oem_dm_try_read_def_value|apn def value is factory\n", Line::kElsewhere},
     {-1, "3 oem_dm_read|oem_dm_read def value:1 not register!\n"},
     {-100, "3 oem_dm_read|oem_dm_read def value:1 not register!\n"},
     {-101, "3 oem_dm_read|oem_dm_read def value:1 not register!\n"}};
@@ -162,8 +162,8 @@ std::vector<Operation> registration_operations() {
                  CALL(vexa_dm_def_items_write)(g_handle, 1, &g_items[0].desc, &g_items[0].value, 7)};
            },
        .answers = {{0},
-                   {-1, "3 dm_write_def_db|[LINE] create table error, <any>\n"},
-                   {-101, "3 dm_write_def_db|sqlite3_open failed: <any>\n"}},
+                   {-1, "3 dm_write_def_db|[LINE] create table error, <any>\n", Line::kElsewhere},
+                   {-101, "3 dm_write_def_db|sqlite3_open failed: <any>\n", Line::kElsewhere}},
        .item = &g_apn},
       {.name = "DefaultReadThroughTheHandle",
        .prepare = prepare_items,
@@ -193,7 +193,7 @@ std::vector<Operation> registration_operations() {
        .prepare = prepare_items,
        .run = [] { return std::int64_t{static_cast<std::int32_t>(CALL(dm_pal_check_db_health)(DB_CONFIG))}; },
        .answers = {{0},
-                   {1, "3 integrity_check_callback|[ERROR] Corruption detected: <any>\n"},
+                   {1, "3 integrity_check_callback|[ERROR] Corruption detected: <any>\n", Line::kElsewhere},
                    {1, "3 check_database_health|<any> corruption detected: <any> (Code: 11)\n"},
                    {-1, "3 check_database_health|Open failed: <any> (Code: <any>)\n"},
                    {-2, "3 check_database_health|<any> Quick check error: <any> (Code: <any>)\n"}},
@@ -216,7 +216,7 @@ std::vector<Operation> item_operations() {
        .prepare = prepare_items,
        .before = start_data_manager,
        .run = [] { return std::int64_t{CALL(vexa_dm_read_from_dbconfigfile)(g_handle, 1, g_buffer, 64)}; },
-       .answers = {{0}, {3, "3 dm_read_db|<any>\n"}},
+       .answers = {{0}, {3, "3 dm_read_db|<any>\n", Line::kElsewhere}},
        .kept = [] { return std::memcmp(g_buffer, "stored", 6) == 0; },
        .item = &g_apn,
        .assertion = kCache,

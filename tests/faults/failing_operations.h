@@ -22,11 +22,17 @@ enum class Reach {
   kKernel,   // a system call that cannot fail
 };
 
+enum class Line {
+  kOfTheCode,  // stands in the log only with this code
+  kElsewhere,  // may stand there with another one too: what failed first was not needed after all
+};
+
 // A documented code, and a line that stands in the log with it; "" where none has to. Of several
 // lines for one code one is enough.
 struct Answer {
   std::int64_t code;
   const char* line = "";
+  Line where = Line::kOfTheCode;
 };
 
 struct Operation {

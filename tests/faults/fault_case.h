@@ -205,7 +205,9 @@ class FaultRun {
 
   // Each step-th place, and all where the library itself acts and not SQLite.
   bool is_chosen(std::uint64_t place, std::uint64_t step) const {
-    if ((place - 1) % step == 0) return true;
+    return (place - 1) % step == 0 || is_own(place);
+  }
+  bool is_own(std::uint64_t place) const {
     return operation_.thorough && place <= own_.size() && own_[place - 1];
   }
 
@@ -358,13 +360,30 @@ class FaultRun {
     bool documented = false;
     bool announced = false;
     for (const Answer& answer : operation_.answers) {
-      if (answer.code != g_report->result) continue;
+      if (answer.code != g_report->result) {
+        expect_line_is_elsewhere(answer, texts);
+        continue;
+      }
       documented = true;
       announced = announced || *answer.line == '\0';
       for (const std::string& text : texts) announced = announced || is_line_of(text, answer.line);
     }
     EXPECT_TRUE(documented) << "undocumented code";
     EXPECT_TRUE(announced || !documented) << "a code without its line";
+  }
+
+  // A failure that was announced must not look like something else to the caller.
+  void expect_line_is_elsewhere(const Answer& answer, const std::vector<std::string>& texts) const {
+    if (answer.where == Line::kElsewhere || *answer.line == '\0') return;
+    const auto own = [](const Answer& other) { return other.code == g_report->result; };
+    for (const std::string& text : texts) {
+      if (lost_its_message(text) || !log_matches(text, answer.line)) continue;
+      const bool shared =
+          std::any_of(operation_.answers.begin(), operation_.answers.end(), [&](const Answer& other) {
+            return own(other) && *other.line != '\0' && log_matches(text, other.line);
+          });
+      EXPECT_TRUE(shared) << "the line of " << answer.code << ": " << ::testing::PrintToString(text);
+    }
   }
 
   void name_the_loss() {
