@@ -284,11 +284,12 @@ class FaultRun {
     report.done = true;
   }
 
-  // What SQLite and the C library keep from their first use on is no leak.
+  // What SQLite and the C library keep from their first use on is no leak. Writes nothing: the
+  // first round would find another file than the others, and count its places differently.
   static void warm_up() {
     sqlite3* db = nullptr;
     sqlite3_open("/tmp/warm.db", &db);
-    sqlite3_exec(db, "create table if not exists t (v)", nullptr, nullptr, nullptr);
+    sqlite3_exec(db, "select count(*) from sqlite_master", nullptr, nullptr, nullptr);
     sqlite3_close(db);
     char message[VEXA_LOG_MESSAGE_SIZE];
     vexa_log_printf(4, message, "warm_up", 0, "time zone, streams");
