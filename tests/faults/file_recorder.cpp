@@ -1,126 +1,52 @@
 // SPDX-License-Identifier: MIT
-// Preloaded into a program: records each successful operation that changes or syncs a file or
-// directory below /data. Silent until file_recorder_start() is called; programs started from
-// then on (a shell that removes a file) record into the same log.
-#include "faults/file_recorder.h"
-
-#include <dlfcn.h>
+// Preloaded into a program: records each successful call that changes or syncs a file or a
+// directory of the store. Silent until file_recorder_start() is called; programs started from
+// then on (the shell's cp, mv and rm) record into the same log. Two runs of one program record
+// the same: what SQLite draws at random is fixed, and the date follows from the log's length.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <climits>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <string_view>
+#include <cstring>
+#include <ctime>
+
+#include "faults/file_recorder_log.h"
 
 namespace {
 
 using vexa_test::FileOp;
-using vexa_test::FileRecord;
-
-constexpr char kLogVariable[] = "VEXA_FILE_RECORDER_LOG";
-constexpr std::string_view kPlace = "/data";
-
-int log_fd = -1;
-
-void start(const char* log) {
-  // Not a number that a program could expect for its own first file.
-  const int fd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, log, O_WRONLY | O_CREAT | O_APPEND, 0644));
-  if (fd < 0) std::abort();
-  log_fd = fcntl(fd, F_DUPFD_CLOEXEC, 500);
-  syscall(SYS_close, fd);
-  if (log_fd < 0) std::abort();
-}
-
-__attribute__((constructor)) void start_in_a_started_program() {
-  const char* log = std::getenv(kLogVariable);
-  if (log != nullptr) start(log);
-}
-
-template <typename Function>
-Function next(const char* name) {
-  void* found = dlsym(RTLD_NEXT, name);
-  if (found == nullptr) std::abort();
-  return reinterpret_cast<Function>(found);
-}
-
-bool is_recorded(std::string_view path) {
-  return path.starts_with(kPlace) && (path.size() == kPlace.size() || path[kPlace.size()] == '/');
-}
-
-// One call for the whole record: several processes append to one log. A record that is lost
-// would let the test claim what it has not seen, so that ends the program.
-void record(FileOp op, std::uint64_t file, std::uint64_t offset, std::string_view path,
-            std::string_view other = {}, std::string_view data = {}) {
-  FileRecord head = {op,
-                     static_cast<std::uint32_t>(path.size()),
-                     static_cast<std::uint32_t>(other.size()),
-                     static_cast<std::uint32_t>(data.size()),
-                     file,
-                     offset};
-  const auto part = [](std::string_view text) { return iovec{const_cast<char*>(text.data()), text.size()}; };
-  const std::array<iovec, 4> parts = {iovec{&head, sizeof head}, part(path), part(other), part(data)};
-  const std::size_t size = sizeof head + path.size() + other.size() + data.size();
-  if (syscall(SYS_writev, log_fd, parts.data(), parts.size()) != static_cast<long>(size)) std::abort();
-}
-
-// The path that a descriptor was opened with. Asked of the kernel each time: descriptors are
-// also opened and closed behind the recorder's back.
-class OpenedPath {
- public:
-  explicit OpenedPath(int fd) {
-    if (log_fd < 0) return;
-    std::array<char, 32> link;
-    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", fd);
-    const ssize_t size = readlink(link.data(), text_.data(), text_.size());
-    if (size > 0) size_ = static_cast<std::size_t>(size);
-    struct stat status = {};
-    if (fstat(fd, &status) == 0) file_ = status.st_ino;
-  }
-  bool is_recorded() const { return ::is_recorded(path()); }
-  std::string_view path() const { return {text_.data(), size_}; }
-  std::uint64_t file() const { return file_; }
-
- private:
-  std::array<char, PATH_MAX> text_ = {};
-  std::size_t size_ = 0;
-  std::uint64_t file_ = 0;
-};
-
-// Leaves errno as the recorded call left it.
-class KeepErrno {
- public:
-  KeepErrno() : saved_(errno) {}
-  KeepErrno(const KeepErrno&) = delete;
-  KeepErrno& operator=(const KeepErrno&) = delete;
-  ~KeepErrno() { errno = saved_; }
-
- private:
-  int saved_;
-};
+using vexa_test::recorder::FullPath;
+using vexa_test::recorder::is_on;
+using vexa_test::recorder::KeepErrno;
+using vexa_test::recorder::next;
+using vexa_test::recorder::OpenedPath;
+using vexa_test::recorder::record;
+using vexa_test::recorder::record_unmodelled;
 
 int open_recorded(int directory, const char* path, int flags, mode_t mode) {
-  const auto real = [&] { return static_cast<int>(syscall(SYS_openat, directory, path, flags, mode)); };
-  if (log_fd < 0 || !is_recorded(path)) return real();
+  const bool random = is_on() && std::strcmp(path, "/dev/urandom") == 0;
+  const char* const name = random ? "/dev/zero" : path;
+  const auto real = [&] { return static_cast<int>(syscall(SYS_openat, directory, name, flags, mode)); };
+  const FullPath full(directory, path);
+  if (!full.is_recorded()) return real();
   struct stat status = {};
-  const bool present = stat(path, &status) == 0;
+  const bool present = fstatat(directory, path, &status, 0) == 0;
   const int fd = real();
   const KeepErrno keep;
   if (fd < 0) return fd;
+  if ((flags & (O_SYNC | O_DSYNC)) != 0) record_unmodelled("O_SYNC", full.path());
+  if ((flags & O_TMPFILE) == O_TMPFILE) record_unmodelled("O_TMPFILE", full.path());
   fstat(fd, &status);
-  record(present ? FileOp::kOpen : FileOp::kCreate, status.st_ino, 0, path);
-  if (present && (flags & O_TRUNC) != 0) record(FileOp::kTruncate, status.st_ino, 0, path);
+  record(present ? FileOp::kOpen : FileOp::kCreate, status.st_ino, 0, full.path());
+  if (present && (flags & O_TRUNC) != 0) record(FileOp::kTruncate, status.st_ino, 0, full.path());
   return fd;
 }
 
 void record_write(int fd, ssize_t written, std::uint64_t offset, const void* data) {
-  if (written <= 0 || log_fd < 0) return;
+  if (written <= 0 || !is_on()) return;
   const KeepErrno keep;
   const OpenedPath opened(fd);
   if (!opened.is_recorded()) return;
@@ -145,7 +71,7 @@ void record_copied(int fd, ssize_t written, std::uint64_t offset) {
 }
 
 void record_on(int fd, int result, FileOp op, std::uint64_t offset) {
-  if (result != 0 || log_fd < 0) return;
+  if (result != 0 || !is_on()) return;
   const KeepErrno keep;
   const OpenedPath opened(fd);
   if (opened.is_recorded()) record(op, opened.file(), offset, opened.path());
@@ -163,38 +89,13 @@ __attribute__((visibility("default"))) void file_recorder_start(const char* log)
 __attribute__((visibility("default"))) void file_recorder_mark(const char* text, std::size_t size);
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
+int __openat_2(int directory, const char* path, int flags);
+int __openat64_2(int directory, const char* path, int flags);
 
-void file_recorder_start(const char* log) {
-  setenv(kLogVariable, log, 1);
-  start(log);
-}
+void file_recorder_start(const char* log) { vexa_test::recorder::start(log); }
 
 void file_recorder_mark(const char* text, std::size_t size) {
-  if (log_fd >= 0) record(FileOp::kMark, 0, 0, {}, {}, {text, size});
-}
-
-int open(const char* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = mode_of(flags, arguments);
-  va_end(arguments);
-  return open_recorded(AT_FDCWD, path, flags, mode);
-}
-
-int open64(const char* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = mode_of(flags, arguments);
-  va_end(arguments);
-  return open_recorded(AT_FDCWD, path, flags, mode);
-}
-
-int openat(int directory, const char* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = mode_of(flags, arguments);
-  va_end(arguments);
-  return open_recorded(directory, path, flags, mode);
+  if (is_on()) record(FileOp::kMark, 0, 0, {}, {}, {text, size});
 }
 
 int openat64(int directory, const char* path, int flags, ...) {
@@ -205,12 +106,48 @@ int openat64(int directory, const char* path, int flags, ...) {
   return open_recorded(directory, path, flags, mode);
 }
 
+int openat(int directory, const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = mode_of(flags, arguments);
+  va_end(arguments);
+  return open_recorded(directory, path, flags, mode);
+}
+
+int open64(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = mode_of(flags, arguments);
+  va_end(arguments);
+  return open_recorded(AT_FDCWD, path, flags, mode);
+}
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = mode_of(flags, arguments);
+  va_end(arguments);
+  return open_recorded(AT_FDCWD, path, flags, mode);
+}
+
 int __open_2(const char* path, int flags) { return open_recorded(AT_FDCWD, path, flags, 0); }
 int __open64_2(const char* path, int flags) { return open_recorded(AT_FDCWD, path, flags, 0); }
+int __openat_2(int directory, const char* path, int flags) {
+  return open_recorded(directory, path, flags, 0);
+}
+int __openat64_2(int directory, const char* path, int flags) {
+  return open_recorded(directory, path, flags, 0);
+}
+
+int creat(const char* path, mode_t mode) {
+  return open_recorded(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+int creat64(const char* path, mode_t mode) { return creat(path, mode); }
 
 ssize_t write(int fd, const void* data, size_t size) {
   const ssize_t written = syscall(SYS_write, fd, data, size);
-  if (written > 0 && log_fd >= 0) {
+  if (written > 0 && is_on()) {
+    const KeepErrno keep;
     const off_t end = lseek(fd, 0, SEEK_CUR);
     record_write(fd, written, static_cast<std::uint64_t>(end - written), data);
   }
@@ -231,7 +168,7 @@ ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) {
 // How cp copies.
 ssize_t copy_file_range(int from, off64_t* from_at, int fd, off64_t* at, size_t size, unsigned flags) {
   const ssize_t written = syscall(SYS_copy_file_range, from, from_at, fd, at, size, flags);
-  if (written > 0 && log_fd >= 0) {
+  if (written > 0 && is_on()) {
     const off64_t end = at != nullptr ? *at : lseek(fd, 0, SEEK_CUR);
     record_copied(fd, written, static_cast<std::uint64_t>(end - written));
   }
@@ -259,18 +196,55 @@ int fdatasync(int fd) {
   return result;
 }
 
-int rename(const char* from, const char* to) noexcept {
-  const int result = static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
-  if (result == 0 && log_fd >= 0 && is_recorded(from)) record(FileOp::kRename, 0, 0, from, to);
+int syncfs(int fd) noexcept {
+  const int result = static_cast<int>(syscall(SYS_syncfs, fd));
+  record_on(fd, result, FileOp::kSyncPlace, 0);
   return result;
 }
 
+void sync() noexcept {
+  syscall(SYS_sync);
+  if (is_on()) record(FileOp::kSyncAll, 0, 0, {});
+}
+
+int renameat2(int from_directory, const char* from, int to_directory, const char* to,
+              unsigned flags) noexcept {
+  const FullPath source(from_directory, from);
+  const FullPath target(to_directory, to);
+  const int result = static_cast<int>(syscall(SYS_renameat2, from_directory, from, to_directory, to, flags));
+  if (result != 0 || (!source.is_recorded() && !target.is_recorded())) return result;
+  const KeepErrno keep;
+  // RENAME_NOREPLACE, which mv asks for first, changes nothing about a rename that succeeded.
+  if ((flags & ~1U) != 0) record_unmodelled("renameat2 with flags", source.path());
+  record(FileOp::kRename, 0, 0, source.path(), target.path());
+  return result;
+}
+
+int renameat(int from_directory, const char* from, int to_directory, const char* to) noexcept {
+  return renameat2(from_directory, from, to_directory, to, 0);
+}
+
+int rename(const char* from, const char* to) noexcept { return renameat2(AT_FDCWD, from, AT_FDCWD, to, 0); }
+
 int unlinkat(int directory, const char* path, int flags) noexcept {
+  const FullPath full(directory, path);
   const int result = static_cast<int>(syscall(SYS_unlinkat, directory, path, flags));
-  if (result == 0 && log_fd >= 0 && is_recorded(path)) record(FileOp::kUnlink, 0, 0, path);
+  if (result != 0 || !full.is_recorded()) return result;
+  const KeepErrno keep;
+  if ((flags & AT_REMOVEDIR) != 0) record_unmodelled("rmdir", full.path());
+  record(FileOp::kUnlink, 0, 0, full.path());
   return result;
 }
 
 int unlink(const char* path) noexcept { return unlinkat(AT_FDCWD, path, 0); }
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  constexpr time_t kNewYear = 1767225600;  // 2026
+  const int result = static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+  if (result == 0 && is_on() && clock == CLOCK_REALTIME) {
+    *now = {kNewYear + static_cast<time_t>(vexa_test::recorder::log_size() / 1024), 0};
+  }
+  return result;
+}
 
 }  // extern "C"

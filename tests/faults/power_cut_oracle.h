@@ -1,121 +1,85 @@
 // SPDX-License-Identifier: MIT
-// Puts an image in place of /data and tells what the next two starts find wrong with it.
+// Puts an image in place of the store and tells what is wrong with it: with its dated copies, and
+// with what the next two starts find.
 #ifndef VEXADM_TESTS_FAULTS_POWER_CUT_ORACLE_H
 #define VEXADM_TESTS_FAULTS_POWER_CUT_ORACLE_H
 
-#include <fcntl.h>
 #include <unistd.h>
 #include <vexadm/vexadm.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "faults/power_cut_items.h"
 #include "faults/power_cut_program.h"
-#include "faults/power_cut_replay.h"
+#include "faults/power_cut_stage.h"
 
 namespace vexa_test {
 
-inline void put_in_place(const Image& image) {
-  for (const auto& entry : std::filesystem::directory_iterator("/data")) {
-    std::filesystem::remove_all(entry.path());
-  }
-  for (const auto& [path, content] : image) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    const ssize_t written = ::write(fd, content.data(), content.size());
-    close(fd);
-    if (written != static_cast<ssize_t>(content.size())) std::abort();
-  }
-}
-
-inline std::string content_of(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
-
-inline Image image_in_place() {
-  Image image;
-  for (const auto& entry : std::filesystem::directory_iterator("/data")) {
-    image[entry.path()] = content_of(entry.path());
-  }
-  return image;
-}
-
-inline std::size_t fingerprint(const Image& image, const Promise& promise) {
-  const std::hash<std::string> hash;
-  std::size_t mixed = hash(promise.text());
-  for (const auto& [path, content] : image) {
-    for (const std::size_t part : {hash(path), hash(content)}) mixed = mixed * 0x9e3779b97f4a7c15U + part;
-  }
-  return mixed;
-}
-
-inline constexpr char kGivenUp[] = "given up: ";
-inline constexpr char kHalfDefaults[] = "default missing until the cut default database is made again";
-inline constexpr char kCutClean[] = "a cut clean has taken values";
-inline constexpr char kUndoneClean[] = "values are back after a clean that returned 0";
-inline constexpr char kCameBack[] = "unacknowledged value appears with the next write";
+// Losses that the caveats name, in their words.
+inline constexpr char kHalfDefaults[] = "A cut while the defaults are first stored";
+inline constexpr char kCutClean[] = "A cut inside a clean";
+inline constexpr char kCameBack[] = "A write that was not acknowledged may come back later.";
+inline constexpr char kNotRefreshed[] = "A write may return 0 with the backup not refreshed";
+inline constexpr std::array<const char*, 4> kNamedLosses = {kHalfDefaults, kCutClean, kCameBack,
+                                                            kNotRefreshed};
+inline constexpr char kNamed[] = "named: ";
 
 // Reads as programs do, and past the cache.
 class Reader {
  public:
   Reader(std::vector<std::string>& lines, const Promise& promise) : lines_(lines), promise_(promise) {}
 
-  // The number that an item reads as; says what is wrong with any other reading.
-  int number(std::int32_t id, const std::string& when, std::int32_t result, const std::uint8_t* buffer,
-             bool half_defaults) {
-    const std::set<int>& allowed = promise_.values.at(id);
-    if (result < 0 && half_defaults && allowed.count(0) != 0) {
-      lines_.push_back(std::string(kGivenUp) + kHalfDefaults);
+  // The number that an item reads as, -1 for any other reading, which is then said.
+  int read(vexa_dm_handle* store, std::int32_t id, const std::string& when, bool half_defaults = false) {
+    const std::int32_t result = vexa_dm_read(store, id, buffer_.data(), kSize);
+    if (result < 0 && half_defaults && promise_.allows(id, 0)) {
+      named(kHalfDefaults);
       return 0;
     }
+    return number(id, when, result);
+  }
+
+  int read_file(std::int32_t id, const std::string& when) {
+    const vexa_dm_item_desc& desc = power_cut_items()[id - 1].desc;
+    const std::int32_t result = dm_pal_read(desc.table, desc.key, buffer_.data(), kSize);
+    // No row, or an empty value: what a program gets is the default.
+    if (result < 0 && (promise_.allows(id, 0) || promise_.cleaning)) return 0;
+    return number(id, when, result);
+  }
+
+ private:
+  void named(const char* name) { lines_.push_back(std::string(kNamed) + name); }
+
+  int number(std::int32_t id, const std::string& when, std::int32_t result) {
     const auto size = static_cast<std::size_t>(std::max(result, 0));
-    const std::string value(reinterpret_cast<const char*>(buffer), size);
-    for (const int n : allowed) {
-      if (result <= 0 || value != item_value(id, n)) continue;
-      if (n != 0 && id != kProbe && promise_.clean_done) lines_.push_back(kUndoneClean);
+    const std::string value(reinterpret_cast<const char*>(buffer_.data()), size);
+    for (const int n : promise_.values.at(id)) {
+      if (value != item_value(id, n)) continue;
+      if (const auto seen = promise_.seen.find(id); seen != promise_.seen.end() && seen->second != n)
+        named(kCameBack);
+      if (const auto owed = promise_.owed.find(id); owed != promise_.owed.end() && owed->second != n)
+        named(kNotRefreshed);
       return n;
     }
-    if (id != kProbe && promise_.clean_begun && value == item_value(id, 0)) {
-      if (!promise_.clean_done) lines_.push_back(std::string(kGivenUp) + kCutClean);
+    if (id != kProbe && promise_.cleaning && value == item_value(id, 0)) {
+      named(kCutClean);
       return 0;
     }
-    std::string found = result > 0 ? "bytes of no value" : "code " + std::to_string(result);
-    for (int n = 0; n < 10; ++n) {
-      if (value == item_value(id, n)) found = n == 0 ? "its default" : "value " + std::to_string(n);
-    }
+    std::string found = result > 0 ? "bytes of no allowed value" : "code " + std::to_string(result);
+    if (value == item_value(id, 0)) found = "its default";
     lines_.push_back("item " + std::to_string(id) + " reads as " + found + " " + when);
     return -1;
   }
 
-  int read(vexa_dm_handle* store, std::int32_t id, const std::string& when, bool half_defaults) {
-    std::array<std::uint8_t, 12000> buffer = {};
-    const std::int32_t result = vexa_dm_read(store, id, buffer.data(), buffer.size());
-    return number(id, when, result, buffer.data(), half_defaults);
-  }
-
-  int read_file(std::int32_t id, const std::string& when) {
-    std::array<std::uint8_t, 12000> buffer = {};
-    const vexa_dm_item_desc& desc = power_cut_items()[id - 1].desc;
-    const std::int32_t result = dm_pal_read(desc.table, desc.key, buffer.data(), buffer.size());
-    // No row, or an empty value: what a program gets is the default.
-    if (result < 0 && (promise_.values.at(id).count(0) != 0 || promise_.clean_begun)) return 0;
-    return number(id, when, result, buffer.data(), false);
-  }
-
- private:
   std::vector<std::string>& lines_;
   const Promise& promise_;
+  static constexpr std::int32_t kSize = 12000;
+  std::array<std::uint8_t, kSize> buffer_;
 };
 
 inline void write_probe(std::vector<std::string>& lines, vexa_dm_handle* store, int n) {
@@ -125,9 +89,10 @@ inline void write_probe(std::vector<std::string>& lines, vexa_dm_handle* store, 
   if (result != 0) lines.push_back("the next write gives " + std::to_string(result));
 }
 
-inline void expect_healthy(std::vector<std::string>& lines) {
-  for (const char* path : {"/data/config.db", "/data/configbak.db", "/data/state.db", "/data/DefItems.db"}) {
-    if (access(path, F_OK) != 0 && std::string_view(path) == "/data/DefItems.db") continue;
+inline void expect_healthy(std::vector<std::string>& lines, const Promise& promise) {
+  for (const char* path : {DB_CONFIG, DB_CONFIGBAK, DB_STATE, DB_DEF_ITEMS}) {
+    if (path == DB_CONFIG && promise.damaged) continue;
+    if (path == DB_DEF_ITEMS && access(path, F_OK) != 0) continue;
     const std::uint32_t verdict = check_database_health(path);
     if (verdict != 0) {
       lines.push_back(std::string(path) + " is unhealthy: " + std::to_string(static_cast<int>(verdict)));
@@ -135,49 +100,94 @@ inline void expect_healthy(std::vector<std::string>& lines) {
   }
 }
 
+// A journal that says "nothing is open" is believed by the next start.
+inline void expect_true_journal(std::vector<std::string>& lines) {
+  std::array<char, 33> table;
+  std::array<char, 33> key;
+  std::int32_t id = 0;
+  std::int32_t type = 0;
+  std::int32_t len = 0;
+  std::int32_t state = 0;
+  if (dm_read_state_db(table.data(), key.data(), &id, &type, &len, &state) != 0) return;
+  if (state != WS_BACKUP_DONE) return;
+  const auto row = [&](const char* path) {
+    std::array<std::uint8_t, 12000> buffer;
+    std::uint32_t crc = 0;
+    const std::int32_t size = dm_read_db(path, table.data(), key.data(), buffer.data(), &crc, buffer.size());
+    if (size < 0) return "code " + std::to_string(size);
+    return std::string(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(size));
+  };
+  if (row(DB_CONFIG) != row(DB_CONFIGBAK)) lines.push_back("the journal says done, and the backup lacks it");
+}
+
 inline void first_after_the_cut(std::vector<std::string>& lines, const Promise& promise) {
   vexa_dm_handle* store = start_program();
   Reader reader(lines, promise);
-  const bool half = promise.defaults_begun && !promise.defaults_done;
+  const bool half = promise.half_defaults();
   std::map<std::int32_t, int> before;
   for (const std::int32_t id : kItemIds) before[id] = reader.read(store, id, "at the next start", half);
+  if (!promise.damaged && !promise.cleaning) expect_true_journal(lines);
 
   if (half) vexa_dm_construct_def_database(VEXA_DM_BACKEND_SQLITE);
   write_probe(lines, store, 8);
-  expect_healthy(lines);
+  expect_healthy(lines, promise);
   for (const std::int32_t id : kItemIds) {
     if (id == kProbe) continue;
     const int after = reader.read_file(id, "after the next write");
     if (after >= 0 && before[id] >= 0 && after != before[id]) {
-      lines.push_back(std::string(kGivenUp) + (promise.clean_begun ? kCutClean : kCameBack));
+      lines.push_back(std::string(kNamed) + (promise.cleaning ? kCutClean : kCameBack));
     }
   }
 }
 
 inline void second_after_the_cut(std::vector<std::string>& lines, const Promise& promise) {
   Promise now = promise;
-  now.values[kProbe] = {8};
+  if (promise.damaged) now.values[kProbe].push_back(8);
+  if (!promise.damaged) now.values[kProbe] = {8};
+  now.seen.erase(kProbe);
   vexa_dm_handle* store = start_program();
   Reader reader(lines, now);
-  for (const std::int32_t id : kItemIds) reader.read(store, id, "at the second start", false);
+  for (const std::int32_t id : kItemIds) reader.read(store, id, "at the second start");
   write_probe(lines, store, 9);
 }
 
-// What the next two starts find fault with.
-inline std::vector<std::string> starts_on(const Image& image, const Promise& promise) {
-  put_in_place(image);
+inline void expect_dated_copies(std::vector<std::string>& lines, const Stage& stage, const Image& image) {
+  const auto among_dated = [&](const Content& content) {
+    return std::any_of(image.begin(), image.end(), [&](const auto& file) {
+      return file.first.starts_with(kRotation) && file.second == content;
+    });
+  };
+  for (const Content& copy : stage.keeps_copies) {
+    if (!among_dated(copy)) lines.push_back("an older dated copy is lost");
+  }
+  if (stage.saves_primary && !stage.has_primary_still(image) && !among_dated(stage.primary)) {
+    lines.push_back("the primary is gone before its dated copy is whole");
+  }
+}
+
+struct Verdict {
   std::vector<std::string> lines;
+  double slowest_start = 0;
+};
+
+inline Verdict judge(const Stage& stage, const Image& image, const Promise& so_far) {
+  const Promise promise = stage.promised(image, so_far);
+  Verdict verdict;
+  expect_dated_copies(verdict.lines, stage, image);
+  store_area = stage.area;
+  put_in_place(image);
   const auto run = [&](const char* which, auto&& body) {
     const Report report = in_process([&](std::vector<std::string>& found) { body(found, promise); });
-    lines.insert(lines.end(), report.lines.begin(), report.lines.end());
-    if (!report.fault.empty()) lines.push_back(std::string(which) + " start " + report.fault);
+    verdict.lines.insert(verdict.lines.end(), report.lines.begin(), report.lines.end());
+    if (!report.fault.empty()) verdict.lines.push_back(std::string(which) + " start " + report.fault);
+    verdict.slowest_start = std::max(verdict.slowest_start, report.seconds);
   };
   run("the next", first_after_the_cut);
-  if (content_of("/data/config.db") != content_of("/data/configbak.db")) {
-    lines.push_back("the backup is not the primary's copy after a write");
+  if (!promise.damaged && content_of(stage.area.primary()) != content_of(stage.area.backup())) {
+    verdict.lines.push_back("the backup is not the primary's copy after a write");
   }
   run("the second", second_after_the_cut);
-  return lines;
+  return verdict;
 }
 
 }  // namespace vexa_test

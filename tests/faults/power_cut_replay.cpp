@@ -6,18 +6,20 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <string_view>
 
 namespace vexa_test {
 namespace {
 
-constexpr char kDirectory[] = "/data";
 // Files that were there before the recording, until an open tells their inode numbers.
 constexpr std::uint64_t kFirstBaseFile = std::uint64_t{1} << 62;
 
-void put(std::string& content, std::uint64_t offset, const std::string& data) {
+void put(std::string& content, std::uint64_t offset, std::string_view data) {
   if (content.size() < offset + data.size()) content.resize(offset + data.size());
   content.replace(offset, data.size(), data);
 }
+
+std::string_view directory_of(std::string_view path) { return path.substr(0, path.rfind('/')); }
 
 }  // namespace
 
@@ -38,6 +40,10 @@ std::vector<FileOperation> read_recording(const std::string& log) {
     operation.path = take(head.path_size);
     operation.other = take(head.other_size);
     operation.data = take(head.data_size);
+    if (operation.op == FileOp::kUnmodelled)
+      throw std::runtime_error("no replay knows " + describe(operation));
+    if (operation.op == FileOp::kRename && directory_of(operation.path) != directory_of(operation.other))
+      throw std::runtime_error("no replay knows a rename between directories: " + describe(operation));
     operations.push_back(std::move(operation));
   }
   return operations;
@@ -57,12 +63,18 @@ std::string describe(const FileOperation& operation) {
       return "truncate " + path + " to " + std::to_string(operation.offset);
     case FileOp::kSync:
       return "sync " + path;
+    case FileOp::kSyncPlace:
+      return "sync the file system of " + path;
+    case FileOp::kSyncAll:
+      return "sync all";
     case FileOp::kRename:
       return "rename " + path + " to " + operation.other;
     case FileOp::kUnlink:
       return "unlink " + path;
     case FileOp::kMark:
       return "mark: " + operation.data;
+    case FileOp::kUnmodelled:
+      return operation.data + " " + path;
   }
   return "?";
 }
@@ -87,10 +99,10 @@ void PowerCutReplay::perform(Disk& disk, const FileOperation& operation) {
       disk.names[operation.path] = operation.file;
       return;
     case FileOp::kWrite:
-      put(disk.files[operation.file], operation.offset, operation.data);
+      put(disk.files[operation.file].edit(), operation.offset, operation.data);
       return;
     case FileOp::kTruncate:
-      disk.files[operation.file].resize(operation.offset);
+      disk.files[operation.file].edit().resize(operation.offset);
       return;
     case FileOp::kRename:
       // By number: what the name meant when it was renamed, also where its creation was lost.
@@ -109,11 +121,15 @@ void PowerCutReplay::perform(Disk& disk, const FileOperation& operation) {
   }
 }
 
+bool PowerCutReplay::settles(const FileOperation& sync, const FileOperation& operation) {
+  if (sync.op == FileOp::kSyncAll) return true;
+  if (sync.op == FileOp::kSyncPlace) return recorded_place(operation.path) == recorded_place(sync.path);
+  return changes_names(operation) ? directory_of(operation.path) == sync.path : operation.file == sync.file;
+}
+
 void PowerCutReplay::settle(const FileOperation& sync) {
-  const bool directory = sync.path == kDirectory;
   std::erase_if(pending_, [&](const FileOperation& operation) {
-    const bool synced =
-        directory ? changes_names(operation) : !changes_names(operation) && operation.file == sync.file;
+    const bool synced = settles(sync, operation);
     if (synced) perform(durable_, operation);
     return synced;
   });
@@ -144,6 +160,8 @@ void PowerCutReplay::apply(const FileOperation& operation) {
       bind(operation);
       return;
     case FileOp::kSync:
+    case FileOp::kSyncPlace:
+    case FileOp::kSyncAll:
       settle(operation);
       return;
     default:
@@ -155,10 +173,45 @@ void PowerCutReplay::apply(const FileOperation& operation) {
   pending_.push_back(std::move(change));
 }
 
-std::size_t PowerCutReplay::sectors_of_last() const {
-  if (pending_.empty() || pending_.back().op != FileOp::kWrite) return 0;
-  const FileOperation& last = pending_.back();
-  return (last.offset + last.data.size() + kSector - 1) / kSector - last.offset / kSector;
+// Of the file, not of the write: storage tears at its own boundaries.
+std::size_t PowerCutReplay::sectors(const FileOperation& write) {
+  return (write.offset + write.data.size() + kSector - 1) / kSector - write.offset / kSector;
+}
+
+void PowerCutReplay::perform_sectors(Disk& disk, const FileOperation& write,
+                                     const std::function<bool(std::size_t)>& keeps) {
+  const std::string_view data = write.data;
+  std::size_t from = 0;
+  for (std::size_t sector = 0; from < data.size(); ++sector) {
+    const std::size_t size = std::min(data.size() - from, kSector - (write.offset + from) % kSector);
+    if (keeps(sector)) put(disk.files[write.file].edit(), write.offset + from, data.substr(from, size));
+    from += size;
+  }
+}
+
+void PowerCutReplay::only_grow(Disk& disk, const FileOperation& write, bool garbage) {
+  std::string& bytes = disk.files[write.file].edit();
+  const std::size_t before = bytes.size();
+  if (before < write.offset + write.data.size()) bytes.resize(write.offset + write.data.size());
+  if (!garbage) return;
+  for (std::size_t i = before; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 167 + i / 251 + 13);
+}
+
+void PowerCutReplay::add_torn(std::vector<Cut>& all, std::mt19937& random) const {
+  const std::vector<bool> everything(pending_.size(), true);
+  const bool last_is_write = pending_.back().op == FileOp::kWrite;
+  const auto count = last_is_write ? static_cast<unsigned>(sectors(pending_.back())) : 0U;
+  for (unsigned sector = 1; sector < count; ++sector) {
+    all.push_back({everything, Cut::Tear::kHead, sector});
+    all.push_back({everything, Cut::Tear::kTail, sector});
+  }
+  all.push_back({everything, Cut::Tear::kZeros, 0});
+  all.push_back({everything, Cut::Tear::kGarbage, 0});
+  for (std::size_t i = 0; i < kScattered; ++i) {
+    Cut cut{{}, Cut::Tear::kScattered, static_cast<unsigned>(random())};
+    for (std::size_t k = 0; k < pending_.size(); ++k) cut.kept.push_back((random() & 3U) != 0);
+    all.push_back(std::move(cut));
+  }
 }
 
 std::vector<Cut> PowerCutReplay::cuts(std::mt19937& random) const {
@@ -169,7 +222,6 @@ std::vector<Cut> PowerCutReplay::cuts(std::mt19937& random) const {
     for (std::size_t i = 0; i < count; ++i) cut.kept.push_back(keeps(i));
     all.push_back(std::move(cut));
   };
-  const std::vector<bool> everything(count, true);
   if (count <= kMostEnumerated) {
     for (unsigned subset = 1U << count; subset-- > 0;) {
       add([subset](std::size_t i) { return (subset >> i & 1U) != 0; });
@@ -186,40 +238,37 @@ std::vector<Cut> PowerCutReplay::cuts(std::mt19937& random) const {
       add([&random](std::size_t) { return (random() & 1U) != 0; });
     }
   }
-  for (std::size_t sectors = 1; sectors < sectors_of_last(); ++sectors) {
-    all.push_back({everything, Cut::Last::kHead, sectors});
-    all.push_back({everything, Cut::Last::kTail, sectors});
-  }
-  if (count > 0) all.push_back({everything, Cut::Last::kZeros, 0});
+  if (count > 0) add_torn(all, random);
   return all;
+}
+
+Image PowerCutReplay::image_of(const Disk& disk) {
+  Image image;
+  for (const auto& [path, file] : disk.names) image[path] = disk.files.at(file);
+  return image;
 }
 
 Image PowerCutReplay::image(const Cut& cut) const {
   Disk disk = durable_;
+  std::mt19937 bits(cut.number);
   for (std::size_t i = 0; i < pending_.size(); ++i) {
-    FileOperation operation = pending_[i];
-    if (operation.op == FileOp::kWrite && cut.last == Cut::Last::kZeros) {
-      std::string& content = disk.files[operation.file];
-      content.resize(std::max<std::size_t>(content.size(), operation.offset + operation.data.size()));
-      continue;
+    const FileOperation& operation = pending_[i];
+    if (!cut.kept[i]) continue;
+    const bool torn = operation.op == FileOp::kWrite && cut.tear != Cut::Tear::kNone;
+    const bool last = i + 1 == pending_.size();
+    if (torn && (cut.tear == Cut::Tear::kZeros || cut.tear == Cut::Tear::kGarbage)) {
+      only_grow(disk, operation, cut.tear == Cut::Tear::kGarbage);
+    } else if (torn && cut.tear == Cut::Tear::kScattered) {
+      perform_sectors(disk, operation, [&](std::size_t) { return (bits() & 1U) != 0; });
+    } else if (torn && last) {
+      const bool head = cut.tear == Cut::Tear::kHead;
+      const std::size_t edge = head ? cut.number : sectors(operation) - cut.number;
+      perform_sectors(disk, operation, [&](std::size_t sector) { return head == (sector < edge); });
+    } else {
+      perform(disk, operation);
     }
-    if (i + 1 == pending_.size() && (cut.last == Cut::Last::kHead || cut.last == Cut::Last::kTail)) {
-      // Sectors of the file, not of the write: storage tears at its own boundaries.
-      const std::size_t first = kSector - operation.offset % kSector;
-      const std::size_t whole = cut.last == Cut::Last::kHead ? cut.sectors : sectors_of_last() - cut.sectors;
-      const std::size_t at = std::min(operation.data.size(), first + (whole - 1) * kSector);
-      if (cut.last == Cut::Last::kHead) {
-        operation.data.resize(at);
-      } else {
-        operation.data.erase(0, at);
-        operation.offset += at;
-      }
-    }
-    if (cut.kept[i]) perform(disk, operation);
   }
-  Image image;
-  for (const auto& [path, file] : disk.names) image[path] = disk.files[file];
-  return image;
+  return image_of(disk);
 }
 
 std::string PowerCutReplay::describe(const Cut& cut) const {
@@ -227,9 +276,13 @@ std::string PowerCutReplay::describe(const Cut& cut) const {
   for (std::size_t i = 0; i < pending_.size(); ++i) {
     std::string fate = cut.kept[i] ? "kept" : "lost";
     const bool last = i + 1 == pending_.size();
-    if (cut.last == Cut::Last::kZeros && pending_[i].op == FileOp::kWrite) fate = "zeros";
-    if (last && cut.last == Cut::Last::kHead) fate = "first " + std::to_string(cut.sectors) + " sectors";
-    if (last && cut.last == Cut::Last::kTail) fate = "last " + std::to_string(cut.sectors) + " sectors";
+    if (cut.kept[i] && pending_[i].op == FileOp::kWrite) {
+      if (cut.tear == Cut::Tear::kZeros) fate = "zeros";
+      if (cut.tear == Cut::Tear::kGarbage) fate = "garbage";
+      if (cut.tear == Cut::Tear::kScattered) fate = "some sectors";
+      if (last && cut.tear == Cut::Tear::kHead) fate = "first " + std::to_string(cut.number) + " sectors";
+      if (last && cut.tear == Cut::Tear::kTail) fate = "last " + std::to_string(cut.number) + " sectors";
+    }
     text += "    [" + fate + "] " + vexa_test::describe(pending_[i]) + "\n";
   }
   return text;

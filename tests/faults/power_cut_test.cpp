@@ -1,169 +1,30 @@
 // SPDX-License-Identifier: MIT
-// Takes several seconds. A run of the store is recorded operation by operation; every directory
-// that a power cut could have left of it is put in place, and the next start has to find all that
-// was acknowledged. VEXA_POWER_CUT_IMAGES sets how many images are tried (0: all of them),
-// VEXA_POWER_CUT_SECOND how many of a second cut.
+// Takes several seconds. Runs of the store are recorded operation by operation; every directory
+// that a power cut could have left of them is put in place, and the next start has to find all
+// that was acknowledged. Then the start after the cut is recorded, and cut in the same way.
+//
+// VEXA_POWER_CUT_IMAGES sets how many images of a scenario are tried (0: all of them, as in the
+// long form), VEXA_POWER_CUT_SECOND how many of a second cut.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <map>
+#include <fstream>
+#include <iterator>
 #include <random>
-#include <set>
+#include <stdexcept>
 #include <string>
-#include <unordered_set>
-#include <utility>
 #include <vector>
 
-#include "faults/power_cut_items.h"
-#include "faults/power_cut_oracle.h"
-#include "faults/power_cut_program.h"
-#include "faults/power_cut_replay.h"
+#include "faults/fault_table.h"
+#include "faults/power_cut_enumeration.h"
+#include "faults/power_cut_scenarios.h"
 #include "support/device_fixture.h"
 
 namespace vexa_test {
 namespace {
-
-constexpr unsigned kSeed = 20260101;
-
-std::size_t count_from(const char* variable, std::size_t fallback) {
-  const char* text = std::getenv(variable);
-  return text == nullptr ? fallback : std::strtoul(text, nullptr, 10);
-}
-
-struct Tally {
-  std::size_t operations = 0;
-  std::size_t built = 0;
-  std::size_t distinct = 0;
-  std::size_t tried = 0;
-  std::size_t failed = 0;
-  std::map<std::string, std::size_t> given_up;
-  std::map<std::string, std::size_t> failures;  // by what was found
-
-  void print(const char* title) const {
-    std::printf("%s: %zu operations, %zu images built, %zu distinct, %zu tried, %zu failed\n", title,
-                operations, built, distinct, tried, failed);
-    for (const auto& [name, count] : given_up)
-      std::printf("  given up: %s: %zu images\n", name.c_str(), count);
-    for (const auto& [name, count] : failures) std::printf("  failed: %s: %zu images\n", name.c_str(), count);
-  }
-};
-
-class Enumeration {
- public:
-  Enumeration(Image base, Promise promise, std::vector<FileOperation> operations)
-      : base_(std::move(base)), promise_(std::move(promise)), operations_(std::move(operations)) {}
-
-  // Starts on `limit` of the distinct images, 0 for all. Half of a small sample loses nothing
-  // that was written before the cut.
-  void run(std::size_t limit, Tally& tally, std::size_t part = 0, std::size_t parts = 1) const {
-    tally.operations += operations_.size();
-    std::size_t picked = 0;
-    pick(limit, tally, [&](const Found& found) {
-      if (picked++ % parts != part) return;
-      ++tally.tried;
-      judge(found, tally);
-    });
-  }
-
-  struct Found {
-    std::size_t at;
-    const PowerCutReplay& replay;
-    const Cut& cut;
-    const Image& image;
-    const Promise& promise;
-  };
-  template <typename Visit>
-  void pick(std::size_t limit, Tally& tally, Visit visit) const {
-    const std::vector<bool> chosen = choose(limit, tally);
-    std::size_t index = 0;
-    walk([&](const Found& found) {
-      if (chosen[index++]) visit(found);
-    });
-  }
-
- private:
-  template <typename Each>
-  void walk(Each each) const {
-    PowerCutReplay replay(base_);
-    Promise promise = promise_;
-    std::mt19937 random(kSeed);
-    std::unordered_set<std::size_t> seen;
-    for (std::size_t at = 0; at < operations_.size(); ++at) {
-      replay.apply(operations_[at]);
-      if (operations_[at].op == FileOp::kMark) promise.take(operations_[at].data);
-      for (const Cut& cut : replay.cuts(random)) {
-        Image image = replay.image(cut);
-        ++built_;
-        if (seen.insert(fingerprint(image, promise)).second) each(Found{at, replay, cut, image, promise});
-      }
-    }
-  }
-
-  std::vector<bool> choose(std::size_t limit, Tally& tally) const {
-    std::vector<std::size_t> plain;
-    std::vector<std::size_t> others;
-    std::size_t count = 0;
-    built_ = 0;
-    walk([&](const Found& found) {
-      const Cut& cut = found.cut;
-      const auto kept = std::count(cut.kept.begin(), cut.kept.end(), true);
-      const bool whole = cut.last == Cut::Last::kWhole && static_cast<std::size_t>(kept) == cut.kept.size();
-      (whole ? plain : others).push_back(count++);
-    });
-    tally.built += built_;
-    tally.distinct += count;
-    std::mt19937 random(kSeed);
-    std::shuffle(plain.begin(), plain.end(), random);
-    std::shuffle(others.begin(), others.end(), random);
-    if (limit == 0 || limit > count) limit = count;
-    std::vector<bool> chosen(count, false);
-    // Half of a small sample for cuts that lose nothing, the rest for those that do.
-    const std::size_t first =
-        std::min(plain.size(), std::max(limit / 2, limit - std::min(limit, others.size())));
-    for (std::size_t i = 0; i < first; ++i) chosen[plain[i]] = true;
-    for (std::size_t i = 0; i < limit - first; ++i) chosen[others[i]] = true;
-    return chosen;
-  }
-
-  void judge(const Found& found, Tally& tally) const {
-    std::set<std::string> given_up;
-    std::set<std::string> wrong;
-    for (const std::string& line : starts_on(found.image, found.promise)) {
-      if (line.starts_with(kGivenUp)) {
-        given_up.insert(line.substr(std::strlen(kGivenUp)));
-      } else {
-        wrong.insert(line);
-      }
-    }
-    for (const std::string& name : given_up) ++tally.given_up[name];
-    for (const std::string& what : wrong) ++tally.failures[what];
-    if (wrong.empty()) return;
-    if (++tally.failed <= 20) ADD_FAILURE() << story(found, wrong);
-  }
-
-  std::string story(const Found& found, const std::set<std::string>& wrong) const {
-    const auto& [at, replay, cut, image, promise] = found;
-    std::string text = "cut after operation " + std::to_string(at) + " of " +
-                       std::to_string(operations_.size()) + "\n  promised: " + promise.text() + "\n";
-    for (const std::string& line : wrong) text += "  " + line + "\n";
-    text += "  the operations before:\n";
-    for (std::size_t i = at < 12 ? 0 : at - 12; i <= at; ++i)
-      text += "    " + vexa_test::describe(operations_[i]) + "\n";
-    text += "  not synced:\n" + replay.describe(cut) + "  left on storage:";
-    for (const auto& [path, content] : image)
-      text += " " + path + " (" + std::to_string(content.size()) + ")";
-    return text;
-  }
-
-  Image base_;
-  Promise promise_;
-  std::vector<FileOperation> operations_;
-  mutable std::size_t built_ = 0;
-};
 
 class PowerCut : public DeviceTest {
  protected:
@@ -175,82 +36,170 @@ class PowerCut : public DeviceTest {
 #endif
     ASSERT_NE(recorder<StartRecorder>(kStartRecorder), nullptr);
   }
-
-  static std::vector<FileOperation> take_recording() {
-    std::vector<FileOperation> operations = read_recording(kLog);
-    unlink(kLog);
-    return operations;
-  }
-
-  static std::vector<FileOperation> record_workload() {
-    put_in_place({});
-    recorded(first_start);
-    recorded(damage_primary);
-    recorded(start_that_repairs);
-    return take_recording();
-  }
 };
 
-// Else nothing that follows would mean anything.
-TEST_F(PowerCut, TheReplayOfEveryOperationIsWhatTheProgramLeft) {
-  const std::vector<FileOperation> operations = record_workload();
-  PowerCutReplay replay({});
-  for (const FileOperation& operation : operations) replay.apply(operation);
-  const Image left = image_in_place();
-  std::mt19937 random(kSeed);
-  const Image replayed = replay.image(replay.cuts(random).front());
-  EXPECT_GT(operations.size(), 500U);
-  ASSERT_EQ(replayed.size(), left.size());
-  for (const auto& [path, content] : left) EXPECT_TRUE(replayed.at(path) == content) << path;
-}
-
-// In parts, so that they run beside each other.
-constexpr std::size_t kParts = 4;
-
-class PowerCutPart : public PowerCut, public ::testing::WithParamInterface<std::size_t> {};
-INSTANTIATE_TEST_SUITE_P(Anywhere, PowerCutPart, ::testing::Range(std::size_t{0}, kParts));
-
-TEST_P(PowerCutPart, LeavesEveryAcknowledgedItemReadable) {
-  const Enumeration images({}, {}, record_workload());
-  Tally tally;
-  images.run(count_from("VEXA_POWER_CUT_IMAGES", 2000), tally, GetParam(), kParts);
-  tally.print("one cut");
-  EXPECT_GT(tally.tried, 0U);
-}
-
-// Some of the three files are gone; whatever is left, the store works again.
-TEST_F(PowerCut, InsideACleanTakesValuesButNoMoreThanThat) {
-  put_in_place({});
-  recorded(first_start);
-  Promise promise;
-  for (const FileOperation& operation : take_recording()) {
-    if (operation.op == FileOp::kMark) promise.take(operation.data);
+// One stage after the other, so many images of each.
+template <typename Each>
+void each_stage(const Scenario& scenario, Each each) {
+  const unsigned seeds = is_long_form() ? scenario.seeds_long : scenario.seeds_everyday;
+  for (unsigned seed = scenario.first_seed; seed < scenario.first_seed + seeds; ++seed) {
+    const std::vector<Stage> stages = scenario.record(seed);
+    for (const Stage& stage : stages) {
+      SCOPED_TRACE(std::string(scenario.name) + " with seed " + std::to_string(seed));
+      each(stage, seeds * stages.size());
+    }
   }
-  const Image base = image_in_place();
-  recorded(start_that_cleans);
-  const Enumeration images(base, promise, take_recording());
-  Tally tally;
-  images.run(0, tally);
-  tally.print("a cut inside a clean");
-  EXPECT_GT(tally.tried, 0U);
 }
 
-TEST_F(PowerCut, ASecondCutDuringTheRecoveryLosesNothingEither) {
-  const std::size_t limit = count_from("VEXA_POWER_CUT_SECOND", 400);
-  constexpr std::size_t kImagesOfOne = 25;
-  const Enumeration firsts({}, {}, record_workload());
+std::size_t share(std::size_t limit, std::size_t parts) {
+  if (limit == 0 || limit == kAll) return kAll;
+  return std::max<std::size_t>(1, limit / std::max<std::size_t>(1, parts));
+}
+
+class PowerCutDuring : public PowerCut, public ::testing::WithParamInterface<Scenario> {};
+INSTANTIATE_TEST_SUITE_P(All, PowerCutDuring, ::testing::ValuesIn(scenarios()),
+                         [](const auto& scenario) { return scenario.param.name; });
+
+TEST_P(PowerCutDuring, LosesNothingThatWasAcknowledged) {
+  const std::size_t limit = how_many("VEXA_POWER_CUT_IMAGES", 160, 0);
+  Tally tally;
+  tally.count.kind = GetParam().kind;
+  each_stage(GetParam(), [&](const Stage& stage, std::size_t stages) {
+    Enumeration(stage).run(stage.every_image ? kAll : share(limit, stages), tally);
+  });
+  tally.print(GetParam().name);
+  report(tally.count);
+  EXPECT_GT(tally.count.tried, 0U);
+}
+
+// Start, first reads and first write after the cut.
+TEST_P(PowerCutDuring, LosesNothingWhenTheRecoveryIsCutAsWell) {
+  const std::size_t limit = how_many("VEXA_POWER_CUT_SECOND", 40, 2400);
+  const std::size_t of_one = is_long_form() ? 40 : 10;
   Tally bases;
   Tally tally;
-  firsts.pick(limit / kImagesOfOne, bases, [&](const Enumeration::Found& first) {
-    SCOPED_TRACE("first cut after operation " + std::to_string(first.at) + "\n" +
-                 first.replay.describe(first.cut));
-    put_in_place(first.image);
-    recorded(start_after_a_cut);
-    const Enumeration seconds(first.image, first.promise, take_recording());
-    seconds.run(limit == 0 ? 0 : kImagesOfOne, tally);
+  tally.count.kind = "second power cut";
+  each_stage(GetParam(), [&](const Stage& stage, std::size_t stages) {
+    const std::size_t images = share(limit, stages);
+    const bool many = stage.every_image && is_long_form();
+    const std::size_t first_cuts = share(images, many ? images / 60 : of_one);
+    const Enumeration firsts(stage);
+    firsts.pick(first_cuts, bases, [&](const Enumeration::Found& first) {
+      SCOPED_TRACE("the first cut: " + firsts.story(first));
+      Recording recovery(stage, first.image, first.promise);
+      recovery.write([&](Writer& writer) {
+        writer.look_around(recovery.promise());
+        if (first.promise.half_defaults()) writer.make_defaults();
+        writer.put(kProbe, 1);
+      });
+      Enumeration(recovery.stage()).run(share(images, first_cuts), tally);
+    });
   });
-  tally.print("two cuts");
-  EXPECT_GT(tally.tried, 0U);
+  tally.print(GetParam().name);
+  report(tally.count);
+  EXPECT_GT(tally.count.tried, 0U);
+}
+
+TEST_F(PowerCut, RecordsTheSameOperationsEachTime) {
+  const auto text = [] {
+    std::string lines;
+    const std::vector<Stage> stages = scenarios()[0].record(0);
+    for (const FileOperation& operation : stages.front().operations)
+      lines += describe(operation) + operation.data + "\n";
+    return lines;
+  };
+  const std::string first = text();
+  EXPECT_GT(first.size(), 100000U);
+  EXPECT_TRUE(first == text());
+}
+
+TEST_F(PowerCut, RefusesARecordingOfACallThatItDoesNotKnow) {
+  Recording recording;
+  EXPECT_THROW(recording.run([](auto&) { mkdir("/data/new", 0755); }), std::runtime_error);
+  rmdir("/data/new");
+}
+
+TEST_F(PowerCut, RecordsWhatTheShellsCommandsDo) {
+  put_in_place({});
+  Recording recording;
+  recording.run([](auto&) {
+    dm_sqlite_system_cmd(
+        "echo settings > /data/a; cp -rf /data/a /mnt/vendor/nvdata/a.db1; "
+        "mv /mnt/vendor/nvdata/a.db1 /mnt/vendor/nvdata/a.db2; rm /data/a",
+        nullptr, 0);
+  });
+  std::vector<std::string> told;
+  for (const FileOperation& operation : recording.stage().operations) {
+    if (operation.op != FileOp::kOpen) told.push_back(describe(operation));
+  }
+  const std::vector<std::string> expected = {"create /data/a",
+                                             "write /data/a 9 bytes at 0",
+                                             "create /mnt/vendor/nvdata/a.db1",
+                                             "write /mnt/vendor/nvdata/a.db1 9 bytes at 0",
+                                             "rename /mnt/vendor/nvdata/a.db1 to /mnt/vendor/nvdata/a.db2",
+                                             "unlink /data/a"};
+  EXPECT_EQ(told, expected);
+}
+
+// The names under which losses are counted are the ones that a reader finds.
+TEST(PowerCutNames, StandInTheCaveats) {
+  std::ifstream stream(CAVEATS);
+  ASSERT_TRUE(stream.is_open()) << CAVEATS;
+  std::string text{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  for (std::size_t at = 0; (at = text.find("\n  ", at)) != std::string::npos;) text.replace(at, 3, " ");
+  for (const char* name : kNamedLosses) EXPECT_NE(text.find(name), std::string::npos) << name;
+}
+
+// ---- What a replay takes for certain ----
+
+FileOperation operation(FileOp op, std::uint64_t file, const std::string& path,
+                        const std::string& data = "") {
+  return {op, file, 0, path, {}, data};
+}
+
+// Of all images that the operations may leave, the names that each has, with sizes.
+std::set<std::string> images_after(const std::vector<FileOperation>& operations) {
+  PowerCutReplay replay({});
+  for (const FileOperation& each : operations) replay.apply(each);
+  std::mt19937 random(kSeed);
+  std::set<std::string> shown;
+  for (const Cut& cut : replay.cuts(random)) {
+    std::string text;
+    for (const auto& [path, content] : replay.image(cut)) text += path + "=" + content.bytes() + " ";
+    shown.insert(text);
+  }
+  return shown;
+}
+
+TEST(PowerCutReplayModel, ASyncedFileHasNoNameUntilItsDirectoryIsSynced) {
+  EXPECT_EQ(
+      images_after({operation(FileOp::kCreate, 1, "/data/a"), operation(FileOp::kWrite, 1, "/data/a", "x"),
+                    operation(FileOp::kSync, 1, "/data/a")}),
+      (std::set<std::string>{"", "/data/a=x "}));
+}
+
+TEST(PowerCutReplayModel, ASyncOfOneDirectorySettlesNoNameInAnother) {
+  EXPECT_EQ(
+      images_after({operation(FileOp::kCreate, 1, "/data/a"), operation(FileOp::kCreate, 2, "/vexanv/b"),
+                    operation(FileOp::kSync, 9, "/vexanv")}),
+      (std::set<std::string>{"/vexanv/b= ", "/data/a= /vexanv/b= "}));
+}
+
+TEST(PowerCutReplayModel, ASyncOfAFileSystemSettlesThatPlaceOnly) {
+  EXPECT_EQ(images_after({operation(FileOp::kCreate, 1, "/data/a"),
+                          operation(FileOp::kCreate, 2, "/mnt/vendor/nvdata/b"),
+                          operation(FileOp::kWrite, 2, "/mnt/vendor/nvdata/b", "x"),
+                          operation(FileOp::kSyncPlace, 9, "/mnt/vendor/nvdata")}),
+            (std::set<std::string>{"/mnt/vendor/nvdata/b=x ", "/data/a= /mnt/vendor/nvdata/b=x "}));
+}
+
+TEST(PowerCutReplayModel, ANameMayComeBeforeTheBytes) {
+  const std::set<std::string> images =
+      images_after({operation(FileOp::kCreate, 1, "/data/a"), operation(FileOp::kWrite, 1, "/data/a", "x"),
+                    operation(FileOp::kSync, 9, "/data")});
+  EXPECT_EQ(images.count("/data/a= "), 1U);
+  EXPECT_EQ(images.count("/data/a=x "), 1U);
+  EXPECT_EQ(images.count(std::string("/data/a=") + '\0' + " "), 1U);  // grown, and nothing written
 }
 
 }  // namespace
