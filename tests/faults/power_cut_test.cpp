@@ -20,23 +20,11 @@
 
 #include "faults/fault_table.h"
 #include "faults/power_cut_enumeration.h"
+#include "faults/power_cut_fixture.h"
 #include "faults/power_cut_scenarios.h"
-#include "support/device_fixture.h"
 
 namespace vexa_test {
 namespace {
-
-class PowerCut : public DeviceTest {
- protected:
-  void SetUp() override {
-    DeviceTest::SetUp();
-    if (IsSkipped() || HasFatalFailure()) return;
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the recorder is preloaded, which a sanitizer's run-time library does not bear";
-#endif
-    ASSERT_NE(recorder<StartRecorder>(kStartRecorder), nullptr);
-  }
-};
 
 // One stage after the other, so many images of each.
 template <typename Each>
