@@ -87,6 +87,7 @@ extern "C" {
 
 __attribute__((visibility("default"))) void file_recorder_start(const char* log);
 __attribute__((visibility("default"))) void file_recorder_mark(const char* text, std::size_t size);
+__attribute__((visibility("default"))) void file_recorder_die_after(unsigned operations);
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
 int __openat_2(int directory, const char* path, int flags);
@@ -97,6 +98,8 @@ void file_recorder_start(const char* log) { vexa_test::recorder::start(log); }
 void file_recorder_mark(const char* text, std::size_t size) {
   if (is_on()) record(FileOp::kMark, 0, 0, {}, {}, {text, size});
 }
+
+void file_recorder_die_after(unsigned operations) { vexa_test::recorder::die_after(operations); }
 
 int openat64(int directory, const char* path, int flags, ...) {
   va_list arguments;

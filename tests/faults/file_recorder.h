@@ -50,6 +50,9 @@ struct FileRecord {
 // Exported by the recorder, found by name: null in a process that runs without it.
 using StartRecorder = void (*)(const char* log);
 using MarkRecording = void (*)(const char* text, std::size_t size);
+// The process dies when it has recorded so many operations: it was killed right after the last.
+using DieAfter = void (*)(unsigned operations);
+inline constexpr char kDieAfter[] = "file_recorder_die_after";
 inline constexpr char kStartRecorder[] = "file_recorder_start";
 inline constexpr char kMarkRecording[] = "file_recorder_mark";
 

@@ -7,6 +7,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -16,6 +17,7 @@ namespace {
 constexpr char kLogVariable[] = "VEXA_FILE_RECORDER_LOG";
 
 int log_fd = -1;
+unsigned left_to_live = 0;  // operations; 0: for good
 
 void open_log(const char* log) {
   // Not a number that a program could expect for its own first file.
@@ -47,6 +49,8 @@ void start(const char* log) {
 
 bool is_on() { return log_fd >= 0; }
 
+void die_after(unsigned operations) { left_to_live = operations; }
+
 std::uint64_t log_size() {
   struct stat status = {};
   fstat(log_fd, &status);
@@ -67,6 +71,7 @@ void record(FileOp op, std::uint64_t file, std::uint64_t offset, std::string_vie
   const std::array<iovec, 4> parts = {iovec{&head, sizeof head}, part(path), part(other), part(data)};
   const std::size_t size = sizeof head + path.size() + other.size() + data.size();
   if (syscall(SYS_writev, log_fd, parts.data(), parts.size()) != static_cast<long>(size)) std::abort();
+  if (left_to_live > 0 && --left_to_live == 0) kill(getpid(), SIGKILL);
 }
 
 void record_unmodelled(const char* call, std::string_view path) {

@@ -18,6 +18,7 @@ namespace vexa_test::recorder {
 
 void start(const char* log);
 bool is_on();
+void die_after(unsigned operations);
 // Bytes that the log has so far.
 std::uint64_t log_size();
 

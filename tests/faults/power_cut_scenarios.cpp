@@ -267,6 +267,30 @@ std::vector<Stage> clean_that_rotates(unsigned) {
   return stages;
 }
 
+// A program is killed, what it did is in memory only, the next one writes the same again, and
+// then the power goes. Killed at each change of a name: what the next one sees may be gone.
+std::vector<Stage> kill_before_the_cut(unsigned) {
+  const auto write = [](Writer& writer) { writer.put(kName, 142); };
+  Recording whole;
+  use(whole, 141);
+  whole.begin_stage();
+  whole.write(write);
+  std::vector<Stage> stages;
+  const std::vector<FileOperation>& operations = whole.stage().operations;
+  for (unsigned at = 0; at < operations.size(); ++at) {
+    if (operations[at].op != FileOp::kRename && operations[at].op != FileOp::kUnlink) continue;
+    Recording recording;
+    use(recording, 141);
+    recording.begin_stage();
+    recording.write(write, at + 1);
+    recording.write(write);
+    stages.push_back(recording.stage());
+    // What is at stake is gone with the next sync of the directory: few images, and all of them.
+    stages.back().every_image = operations[at].op == FileOp::kRename;
+  }
+  return stages;
+}
+
 struct Step {
   enum class What : std::uint8_t { kPut, kPutPastTheCache, kPair, kEmpty, kDefaults, kRead, kDamage } what;
   std::int32_t id;
@@ -335,6 +359,7 @@ constexpr Scenario kScenarios[] = {
     {"WriteOntoADamagedPrimary", kOneCut, write_onto_a_damaged_primary, 1, 1, 0},
     {"Migration", kOneCut, migration, 1, 1, 0},
     {"MovedStore", kOneCut, moved_store, 1, 1, 0},
+    {"KillBeforeTheCut", kOneCut, kill_before_the_cut, 1, 1, 0},
     {"Clean", kInAClean, clean, 1, 1, 0},
     {"CleanThatRotates", kInAClean, clean_that_rotates, 1, 1, 0},
     {"RandomWritesA", kOneCut, random_writes, 1, 2, 1},

@@ -101,14 +101,16 @@ class Recording {
     if (stage.saves_primary && !stage.has_primary_still(image)) stage_.keeps_copies.push_back(stage.primary);
   }
 
-  void run(const std::function<void(std::vector<std::string>&)>& program) {
+  // A program that is killed after so many operations, or never.
+  void run(const std::function<void(std::vector<std::string>&)>& program, unsigned killed_after = 0) {
     constexpr char kLog[] = "/tmp/power-cut-recording";
     unlink(kLog);
     const Report report = in_process([&](std::vector<std::string>& lines) {
       recorder<StartRecorder>(kStartRecorder)(kLog);
+      recorder<DieAfter>(kDieAfter)(killed_after);
       program(lines);
     });
-    EXPECT_EQ(report.fault, "");
+    EXPECT_EQ(report.fault, killed_after == 0 ? "" : "ends with status 9");
     EXPECT_EQ(report.lines, std::vector<std::string>());
     for (FileOperation& operation : read_recording(kLog)) {
       if (operation.op == FileOp::kMark) promise_.take(operation.data);
@@ -118,11 +120,12 @@ class Recording {
     // Else nothing that follows would mean anything.
     EXPECT_TRUE(replay_.present() == image_in_place()) << "something changed behind the recorder";
   }
-  void write(const std::function<void(Writer&)>& program) {
-    run([&](std::vector<std::string>& lines) {
+  void write(const std::function<void(Writer&)>& program, unsigned killed_after = 0) {
+    const auto body = [&](std::vector<std::string>& lines) {
       Writer writer(lines);
       program(writer);
-    });
+    };
+    run(body, killed_after);
   }
 
   // Everything so far is what the stage begins with, on storage.

@@ -193,6 +193,11 @@ bool sync_directory_of(const char* path) {
   return opened && sync_to_storage(opened.get());
 }
 
+bool sync_replacement_of(const char* path) {
+  char real[PATH_MAX];
+  return resolve(path, real) && sync_directory_of(real);
+}
+
 bool copy_over(const WriteLock& source, const char* from, const char* to) {
   Target target;
   return target.take(to) && fill_and_rename(source, from, target);

@@ -16,6 +16,9 @@ namespace vexa::storage {
 // Puts a name that was made, changed or removed on storage: the directory that it is in.
 bool sync_directory_of(const char* path);
 
+// The same for a file that a copy may have been renamed over: its links are followed.
+bool sync_replacement_of(const char* path);
+
 // Copies the primary, whose lock the caller holds, over another file.
 bool copy_over(const WriteLock& source, const char* from, const char* to);
 

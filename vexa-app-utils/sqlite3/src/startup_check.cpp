@@ -11,6 +11,7 @@
 #include "owners.h"
 #include "sqlite3/src/database.h"
 #include "sqlite3/src/item_row.h"
+#include "sqlite3/src/replace_file.h"
 #include "sqlite3/src/storage.h"
 #include "sqlite3/src/write_lock.h"
 
@@ -145,6 +146,9 @@ uint32_t dm_sqlite_check_database(void) {
     VEXA_LOG(vexa::log::kDebug, kCheck, "dm_sqlite_check_database suc, no need sync\n");
     return 0;
   }
+  // A writer killed right after its rename leaves a backup that is read and not yet on storage. To
+  // write what is read again is acknowledged without a write, so it has to be there by then.
+  vexa::storage::sync_replacement_of(DB_CONFIGBAK);
   // After WS_READY the primary may hold half the story; the backup holds the previous value.
   if (len < 1 || state != WS_WRITE_DONE) return static_cast<uint32_t>(-1);
 
