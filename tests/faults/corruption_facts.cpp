@@ -90,7 +90,8 @@ Facts facts_of(const std::string& path, const std::vector<Item>& items) {
   const Copy copy(real);
   copy.first("select 1 from sqlite_master", facts.prepare);
   int ignored = 0;
-  facts.healthy = copy.first("PRAGMA quick_check", ignored) == "ok";
+  const auto is_healthy = [&] { return copy.first("PRAGMA quick_check", ignored) == "ok"; };
+  facts.healthy = is_healthy();
   for (const Item& item : items) {
     const std::string where = " from " + item.table + " where key='" + item.key + "' limit 1";
     facts.holds[item.key] =
@@ -98,6 +99,7 @@ Facts facts_of(const std::string& path, const std::vector<Item>& items) {
         copy.first("select crc" + where, ignored) == std::to_string(reference_crc(item.value));
   }
   facts.takes_rows = takes_row_of(copy, kChanged);
+  facts.healthy_then = is_healthy();
   return facts;
 }
 

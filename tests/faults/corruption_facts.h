@@ -18,6 +18,7 @@ struct Facts {
   int prepare = SQLITE_OK;
   bool healthy = false;               // by the quick check
   bool takes_rows = false;            // a row of the item to be written can be written
+  bool healthy_then = false;          // by the quick check once a row is written: that mends some headers
   std::map<std::string, bool> holds;  // by key: the row is there with its value
 
   bool has(const std::string& key) const {

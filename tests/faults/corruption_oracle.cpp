@@ -242,7 +242,7 @@ void CorruptionOracle::explain_losses(const ByKey& before, const ByKey& after, b
         << key << " was in a healthy primary and does not read after a write";
     if (!before.at(key) || key == kChanged.key) continue;
     lost = true;
-    const bool unseen = primary_.healthy && !primary_.has(key);
+    const bool unseen = (primary_.healthy || primary_.healthy_then) && !primary_.has(key);
     EXPECT_TRUE(primary_.empty || unseen || from_factory)
         << key << " was read before the write and is gone after it" << lines_of_the_write();
   }
