@@ -23,13 +23,17 @@ class CorruptionBeside : public Corruption {
 
 TEST_F(CorruptionBeside, ADatabaseUnderTheNamesOfSqlitesFiles) {
   for (const std::string& path : kFiles) {
-    for (const Damage& damage : companions()) try_one(path == kFactory, {{path, damage}});
+    for (const Damage& damage : companions()) {
+      if (!leaves_out()) try_one(path == kFactory, {{path, damage}});
+    }
   }
 }
 
 TEST_F(CorruptionBeside, ADamagedDatabaseUnderTheNamesOfSqlitesFiles) {
   for (const std::string& path : {kPrimary, kBackup}) {
-    for (const Damage& damage : companions()) try_both_ways({{path, damage}, damaged_schema()});
+    for (const Damage& damage : companions()) {
+      if (!leaves_out()) try_both_ways({{path, damage}, damaged_schema()});
+    }
   }
 }
 

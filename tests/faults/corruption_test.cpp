@@ -15,13 +15,6 @@
 namespace vexa_test {
 namespace {
 
-// Instrumented code is several times slower.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr unsigned kSlower = 4;
-#else
-constexpr unsigned kSlower = 1;
-#endif
-
 TEST_F(Corruption, OfNoFileLosesNothing) {
   try_one(true, {});
   try_one(false, {});
@@ -36,7 +29,9 @@ TEST_F(Corruption, BySomethingElseInPlaceOfAFile) {
 
 TEST_F(Corruption, BySomethingElseInPlaceOfTwoFiles) {
   for (const Damage& first : replacements()) {
-    for (const Damage& second : replacements()) try_both_ways({{kPrimary, first}, {kBackup, second}});
+    for (const Damage& second : replacements()) {
+      if (!leaves_out()) try_both_ways({{kPrimary, first}, {kBackup, second}});
+    }
   }
 }
 
@@ -72,7 +67,9 @@ TEST_P(CorruptionOf, ByABitFlippedInAByte) {
 
 TEST_P(CorruptionOf, ByAnOverwrittenPage) {
   for (std::size_t page = 0; page < pages_of(file()); ++page) {
-    for (const PageOf what : kPagesOf) try_both_ways({{file(), overwritten_page(page, what, 1)}});
+    for (const PageOf what : kPagesOf) {
+      if (!leaves_out()) try_both_ways({{file(), overwritten_page(page, what, 1)}});
+    }
   }
 }
 
@@ -90,7 +87,7 @@ TEST_P(CorruptionOf, AndOfAnotherFileByOverwrittenPages) {
   }
   std::mt19937 random = seeded();
   std::shuffle(pairs.begin(), pairs.end(), random);
-  pairs.resize(std::min(pairs.size(), how_many("VEXA_CORRUPTION_PAIRS", 60 / kSlower, pairs.size())));
+  pairs.resize(std::min(pairs.size(), how_many("VEXA_CORRUPTION_PAIRS", 40 / kSlower, pairs.size())));
   for (const auto& pair : pairs) {
     if (goes_on()) try_one(random() % 2 == 0 || pair.back().first == kFactory, pair);
   }
@@ -105,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Each, CorruptionOf, ::testing::Range(std::size_t{0}, kF
 
 TEST_F(Corruption, OfOneFileAtRandom) {
   std::mt19937 random = seeded();
-  const auto count = how_many("VEXA_CORRUPTIONS", 400 / kSlower, 30000);
+  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 30000);
   for (unsigned i = 0; i < count && goes_on(); ++i) {
     const std::string& path = kFiles[i % 5 < 3 ? random() % 2 : 2 + random() % 3];
     try_one(path == kFactory || random() % 2 == 0, {{path, random_damage(random)}});
@@ -114,7 +111,7 @@ TEST_F(Corruption, OfOneFileAtRandom) {
 
 TEST_F(Corruption, OfTwoFilesAtRandom) {
   std::mt19937 random = seeded();
-  const auto count = how_many("VEXA_CORRUPTIONS", 400 / kSlower, 30000);
+  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 30000);
   for (unsigned i = 0; i < count && goes_on(); ++i) {
     const std::size_t first = random() % kFiles.size();
     const std::size_t second = (first + 1 + random() % (kFiles.size() - 1)) % kFiles.size();
