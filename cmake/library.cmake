@@ -1,9 +1,11 @@
 # SPDX-License-Identifier: MIT
 # libvexadm.so.0: C++ inside, plain C outside.
+# A mutation run builds a changed copy of the sources; everything else of the tree stays its own.
+set(VEXADM_SOURCE_ROOT ${PROJECT_SOURCE_DIR} CACHE PATH "Where the library's sources are")
 file(GLOB_RECURSE VEXADM_SOURCES CONFIGURE_DEPENDS
-  ${PROJECT_SOURCE_DIR}/vexa-app-utils/*.cpp
-  ${PROJECT_SOURCE_DIR}/vexa-app-os-al/*.cpp
-  ${PROJECT_SOURCE_DIR}/vexa-app-common/src/*.cpp)
+  ${VEXADM_SOURCE_ROOT}/vexa-app-utils/*.cpp
+  ${VEXADM_SOURCE_ROOT}/vexa-app-os-al/*.cpp
+  ${VEXADM_SOURCE_ROOT}/vexa-app-common/src/*.cpp)
 
 find_library(VEXADM_SQLITE3 NAMES sqlite3 REQUIRED)
 find_path(VEXADM_SQLITE3_INCLUDE sqlite3.h REQUIRED)
@@ -12,7 +14,7 @@ add_library(vexadm SHARED ${VEXADM_SOURCES})
 set_target_properties(vexadm PROPERTIES VERSION 0.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH} SOVERSION 0)
 target_include_directories(vexadm
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
-  PRIVATE ${PROJECT_SOURCE_DIR}/vexa-app-utils ${PROJECT_SOURCE_DIR}/vexa-app-os-al)
+  PRIVATE ${VEXADM_SOURCE_ROOT}/vexa-app-utils ${VEXADM_SOURCE_ROOT}/vexa-app-os-al)
 target_include_directories(vexadm SYSTEM PRIVATE ${VEXADM_SQLITE3_INCLUDE})
 target_link_libraries(vexadm PRIVATE $<BUILD_INTERFACE:vexadm_warnings> ${VEXADM_SQLITE3})
 # 64-bit inode numbers and times also where long has 32 bits: stat() must not fail for either.
@@ -27,7 +29,7 @@ set(VEXADM_QUEUE_OPTIONS -fno-delete-null-pointer-checks)
 if(VEXADM_SANITIZE)
   list(APPEND VEXADM_QUEUE_OPTIONS -fno-sanitize=null)
 endif()
-set_source_files_properties(${PROJECT_SOURCE_DIR}/vexa-app-utils/queue/queue.cpp PROPERTIES
+set_source_files_properties(${VEXADM_SOURCE_ROOT}/vexa-app-utils/queue/queue.cpp PROPERTIES
   COMPILE_OPTIONS "${VEXADM_QUEUE_OPTIONS}")
 
 if(NOT VEXADM_INSTRUMENTED)
