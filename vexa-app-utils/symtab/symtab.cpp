@@ -63,8 +63,7 @@ uint32_t hash(const char* name) {
 }
 
 bool same_name(const vexa_sym_entry& entry, const char* name) {
-  const char* const own = entry.name.value.string;
-  return own[0] == name[0] && std::strcmp(own, name) == 0;
+  return std::strcmp(entry.name.value.string, name) == 0;
 }
 
 // The link that points to the entry of this name: a bucket or the entry before it. Points to null

@@ -87,7 +87,6 @@ uint32_t check_database_health(const char* path) {
   if (code != SQLITE_OK) {
     return check_failed(path, message.text != nullptr ? message.text : "Unknown error", code);
   }
-  db.close();
   VEXA_LOG(vexa::log::kDebug, kSelf, "is_corrupted=%d\n", static_cast<int>(corrupt));
   return corrupt;
 }

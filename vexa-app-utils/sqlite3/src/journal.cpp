@@ -57,7 +57,6 @@ int32_t mend_and_update(Database& db, const char* update, int code) {
     db.rollback();
     make_anew();
   }
-  db.close();
   VEXA_LOG(vexa::log::kError, kSelf, "error when szSql: %s, rc: %d\n", update, code);
   return -1;
 }

@@ -203,13 +203,13 @@ bool copy_over(const WriteLock& source, const char* from, const char* to) {
   return target.take(to) && fill_and_rename(source, from, target);
 }
 
-bool restore(const char* from, const char* to, const DamagedFile& damaged) {
+void restore(const char* from, const char* to, const DamagedFile& damaged) {
   Target target;
-  if (!target.take(to)) return false;
+  if (!target.take(to)) return;
   // Asked under the primary's lock, without which nobody replaces primary or backup.
-  if (FileIdentity::of(damaged.path) != damaged.identity) return true;
+  if (FileIdentity::of(damaged.path) != damaged.identity) return;
   WriteLock source;
-  return source.take(from) && fill_and_rename(source, from, target);
+  if (source.take(from)) fill_and_rename(source, from, target);
 }
 
 }  // namespace vexa::storage

@@ -28,9 +28,10 @@ struct DamagedFile {
   FileIdentity identity;
 };
 
-// Copies a sound file over the primary. When the damaged file is no longer the one in its place,
-// another process has mended it: true comes back without a copy.
-bool restore(const char* from, const char* to, const DamagedFile& damaged);
+// Copies a sound file over the primary, if it can: what came of it, the next access sees. When the
+// damaged file is no longer the one in its place, another process has mended it, and nothing is
+// copied.
+void restore(const char* from, const char* to, const DamagedFile& damaged);
 
 }  // namespace vexa::storage
 

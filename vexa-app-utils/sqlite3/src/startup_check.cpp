@@ -41,7 +41,6 @@ class Rows {
     const int code = sqlite3_get_table(db.get(), sql, &cells_, &rows_, &columns_, &message);
     if (code != SQLITE_OK) {
       VEXA_LOG(vexa::log::kWarning, kRead, "errmsg %s\n", message != nullptr ? message : "");
-      cells_ = nullptr;
     }
     sqlite3_free(message);
     return code == SQLITE_OK;
