@@ -516,3 +516,16 @@ TEST_F(DefaultsOnDevice, OfNullTextsAndBlocksAreLeftOut) {
   EXPECT_EQ(read_item(handle, 2).result, -100);
   vexa_dm_unreg(handle);
 }
+
+TEST_F(DefaultsOnDevice, AStoredNumberReadIntoOneByteShowsThatByte) {
+  // The versions match, so that the stored default counts.
+  vexa_dm_handle* const handle = vexa_dm_reg(1);
+  register_one(number_item(1, "NUMBER", VEXA_DM_U32, 7, 4));
+  ASSERT_EQ(vexa_dm_construct_def_database(1), 0);
+  const LogCapture log;
+
+  EXPECT_EQ(read_item(handle, 1, 1).result, 1);
+
+  EXPECT_TRUE(log.has(3, "oem_dm_try_read_def_value", "NUMBER def value is 7\n"));
+  vexa_dm_unreg(handle);
+}

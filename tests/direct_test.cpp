@@ -281,3 +281,11 @@ TEST_F(DirectWrite, WithoutASlotStopsTheProcess) {
 
   expect_assertion([this] { write(kBare, "abc"); });
 }
+
+TEST_F(DirectRead, TakesACapacityOfOneByte) {
+  backend.values[kBare] = "abc";
+
+  EXPECT_EQ(read(kBare, 1), 0);
+
+  EXPECT_STREQ(buffer, "a??????????????");
+}

@@ -719,3 +719,18 @@ TEST_F(ItemsOnDevice, AnItemIsSetBackToItsDefaultAlsoByAProcessThatHasNotReadIt)
 
   EXPECT_EQ(read_item(handle_, kText).bytes, "abc");
 }
+
+// A scalar default is written whole, over the one byte that it counts for: its room is there.
+TEST(ItemWriteOfADefault, ComparesInRoomForTheWholeScalar) {
+  VEXA_NEEDS_OWN_CALLOC();
+  FakeBackend backend;
+  static vexa_dm_default_item table[] = {number_item(1, "BYTE", VEXA_DM_U8, 'A', 1),
+                                         number_item(2, "WORD", VEXA_DM_U32_ALT, 'A', 1), end_of_table()};
+  ASSERT_EQ(vexa_dm_reg_def_items(table), 0);
+  const FailingCalloc too_small(2, 3);
+
+  EXPECT_EQ(write_item(backend.handle, 1, "A"), 0);
+  EXPECT_EQ(write_item(backend.handle, 2, "A"), 0);
+
+  EXPECT_THAT(backend.calls, ElementsAre("read 1 len 2", "read 2 len 2")) << "equal, so nothing is stored";
+}

@@ -290,6 +290,7 @@ TEST_F(Logger, WithoutACallbackLinesGoToStandardOutputAsTheyAre) {
     vexa_log_printf(2, message.data(), "vexa_x", 4, "100%% %s", "%d%n");
   });
   EXPECT_EQ(child.exit_code, 0);
+  EXPECT_THAT(child.out, MatchesRegex("[0-9].*"));
   EXPECT_THAT(child.out, EndsWith("] | oem_x 4 | 100% %d%n"));
   EXPECT_THAT(child.out, HasSubstr(" : -WRN- | ["));
 }

@@ -331,4 +331,32 @@ TEST_F(Copy, OfAnUnhealthyPrimaryIsNotMade) {
   EXPECT_EQ(read(), "first");
 }
 
+TEST_F(Copy, KeepsEveryModeBitOfTheTarget) {
+  ASSERT_EQ(chmod(kBackup, 07777), 0);
+  ASSERT_EQ(write("second"), 0);
+  struct stat status {};
+  ASSERT_EQ(stat(kBackup, &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 07777U);
+}
+
+TEST_F(Copy, FollowsADanglingLinkThatNamesAFileBesideIt) {
+  make_dirs("/data/elsewhere");
+  ASSERT_EQ(unlink(kBackup), 0);
+  ASSERT_EQ(symlink("elsewhere/new.db", kBackup), 0);
+  ASSERT_EQ(write("second"), 0);
+  struct stat status {};
+  ASSERT_EQ(lstat(kBackup, &status), 0);
+  EXPECT_TRUE(S_ISLNK(status.st_mode));
+  EXPECT_TRUE(read_file("/data/elsewhere/new.db") == read_file(kPrimary));
+}
+
+TEST_F(Copy, FollowsADanglingLinkOfTheWorkingDirectory) {
+  ASSERT_EQ(chdir("/data"), 0);
+  ASSERT_EQ(unlink(kBackup), 0);
+  ASSERT_EQ(symlink("new.db", kBackup), 0);
+  ASSERT_EQ(sqlite_reg_store_area("", ""), 0U);
+  ASSERT_EQ(write("second"), 0);
+  EXPECT_TRUE(read_file("/data/new.db") == read_file(kPrimary));
+}
+
 }  // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // One row per item: its columns and checksum, the read over two files, the write over two files.
+#include <sys/mman.h>
 #include <unistd.h>
 #include <vexadm/data_manager.h>
 #include <vexadm/log.h>
@@ -889,6 +890,27 @@ TEST_F(TwoEntries, OfOneItemEndWithTheLaterValueInTheFirst) {
 
   std::array<std::uint8_t, 16> buffer = {};
   EXPECT_EQ(vexa_dm_cache_read(1, buffer.data(), 16), 5);
+}
+
+TEST_F(ItemRow, AnEmptyValueIsWritten) {
+  EXPECT_EQ(write_db("k", ""), 0);
+
+  EXPECT_EQ(rows(kPrimary, "select key,len from cfg"), "k,0");
+  EXPECT_EQ(write_item("k2", ""), 0);
+  EXPECT_EQ(rows(kPrimary, "select len from cfg where key='k2'"), "0");
+}
+
+TEST_F(ReadPath, OfAnUnopenedBackupLooksAtNothingBehindTheBuffer) {
+  make_dirs(kBackup);
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  auto* const end = static_cast<std::uint8_t*>(pages) + page;
+  ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+
+  EXPECT_EQ(dm_pal_read("cfg", "k", end - 16, 16), -101);
+
+  munmap(pages, 2 * page);
 }
 
 }  // namespace

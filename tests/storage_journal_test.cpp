@@ -2,6 +2,7 @@
 // The write-state journal and what a start does with an interrupted write.
 #include <gmock/gmock.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -509,6 +510,55 @@ TEST_F(StartCheck, ALengthThatCannotBeAllocatedStopsTheProcess) {
 
   EXPECT_EQ(result.signal, SIGABRT);
   EXPECT_THAT(result.out, ::testing::MatchesRegex("sqlite3/src/vexa_dm_sqlite, line: [0-9]+\n"));
+}
+
+TEST_F(JournalRead, RefusesEachNull) {
+  const LogCapture log;
+
+  EXPECT_EQ(dm_read_state_db(nullptr, key_.data(), &id_, &type_, &len_, &state_), -1);
+  EXPECT_EQ(dm_read_state_db(table_.data(), nullptr, &id_, &type_, &len_, &state_), -1);
+  EXPECT_EQ(dm_read_state_db(table_.data(), key_.data(), nullptr, &type_, &len_, &state_), -1);
+  EXPECT_EQ(dm_read_state_db(table_.data(), key_.data(), &id_, nullptr, &len_, &state_), -1);
+  EXPECT_EQ(dm_read_state_db(table_.data(), key_.data(), &id_, &type_, nullptr, &state_), -1);
+  EXPECT_EQ(dm_read_state_db(table_.data(), key_.data(), &id_, &type_, &len_, nullptr), -1);
+
+  EXPECT_TRUE(log_is(log, std::vector<std::string>(6, "3 dm_read_state_db|dm_read_state_db NULL\n")));
+  EXPECT_FALSE(exists(kJournal));
+}
+
+// A table that cannot take columns: a view.
+TEST_F(JournalWrite, OfAnOldBuildThatCannotBeMigratedSaysSo) {
+  exec_sql(kJournal,
+           "create table old (key text,item_table text,item_key text,len integer,state integer);"
+           "insert into old values('write_state','old','o',1,102); create view state as select * from old; "
+           "create trigger u instead of update on state begin select 1; end");
+  const LogCapture log;
+
+  EXPECT_EQ(record(WS_READY), -1);
+
+  const std::string update = update_text(100);
+  EXPECT_TRUE(log_is(log,
+                     {"3 dm_write_state_db|szSql: " + update + ", rc: 1, szErrMsg: no such column: id\n",
+                      "3 dm_write_state_db|alter_table_add_column failed\n",
+                      "3 dm_write_state_db|[LINE] update error, <any>\n",
+                      "3 dm_write_state_db|error when szSql: " + update + ", rc: 1\n"},
+                     "dm_write_state_db"));
+}
+
+// The command that removes the journal is the device's own, and may leave something in its place.
+TEST_F(JournalWrite, ThatCannotBeMadeAnewSaysSo) {
+  EXPECT_EQ(record(WS_READY), 0);
+  exec_sql(kJournal, "create trigger no before update on state begin select raise(abort,'refused'); end");
+  make_dirs("/tmp/commands");
+  write_file("/tmp/commands/rm", "#!/bin/sh\n/bin/rm -f \"$2\"\nmkdir \"$2\"\n");
+  ASSERT_EQ(chmod("/tmp/commands/rm", 0755), 0);
+  const std::string path = getenv("PATH");
+  ASSERT_EQ(setenv("PATH", ("/tmp/commands:" + path).c_str(), 1), 0);
+  const LogCapture log;
+
+  EXPECT_EQ(record(WS_WRITE_DONE), -1);
+
+  EXPECT_EQ(log_count(log, "3 dm_write_state_db|Can't create database: unable to open database file\n"), 1u);
 }
 
 }  // namespace

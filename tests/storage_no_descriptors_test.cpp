@@ -150,4 +150,17 @@ TEST_F(NoDescriptors, AnyShortageLeavesAWholeValue) {
   EXPECT_EQ(last, "value 7");
 }
 
+TEST_F(NoDescriptors, ACleanWithoutACopyIsMinusOneAndRemovesNothing) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "without descriptors the sanitizer cannot look up the name that its suppression needs";
+#endif
+  {
+    const DescriptorLimit limit(0);
+    EXPECT_EQ(dm_sqlite_clean(nullptr), static_cast<uint32_t>(-1));
+  }
+  EXPECT_EQ(read(), 6);
+  EXPECT_TRUE(exists(DB_CONFIG));
+  EXPECT_TRUE(exists(DB_STATE));
+}
+
 }  // namespace

@@ -672,5 +672,25 @@ TEST_F(Registration, ACleanCountsTheCopiesAndThenWaitsForABlockedWrite) {
   EXPECT_EQ(names_in("/data"), std::vector<std::string>{});
 }
 
+TEST_F(Registration, AWriteOrReadWithoutADescriptorIsRefused) {
+  vexa_dm_backend_ops slots = {};
+  sqlite_reg(&slots);
+  std::array<std::uint8_t, 4> buffer = {};
+
+  EXPECT_EQ(slots.write(1, nullptr, "abc", 3), -1);
+  EXPECT_EQ(slots.read(1, nullptr, buffer.data(), 4), -1);
+}
+
+TEST_F(Registration, AVersionIntoNothingIsRefusedWithoutALook) {
+  vexa_dm_backend_ops slots = {};
+  sqlite_reg(&slots);
+  const LogCapture log;
+
+  EXPECT_EQ(slots.read_cfg_db_version(nullptr), 0xFFFFFFFFu);
+  EXPECT_EQ(slots.read_def_items_db_version(nullptr), 0xFFFFFFFFu);
+
+  EXPECT_TRUE(log_is(log, {}));
+}
+
 }  // namespace
 }  // namespace vexa_test

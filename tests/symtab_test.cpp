@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -657,6 +658,74 @@ TEST(SymbolWalk, EndsWhenItsTableIsClosed) {
   EXPECT_EQ(symNext(next), nullptr);
   EXPECT_NE(symFirst(next), nullptr);
   symClose(next);
+}
+
+TEST(Value, FreeingClearsTypeAndBothMarks) {
+  vexa_sym_value value = valueString("text", 1);
+  valueFree(&value);
+  EXPECT_EQ(type_of(value), 0u);
+  EXPECT_EQ(static_cast<int>(value.valid), 0);
+  EXPECT_EQ(static_cast<int>(value.allocated), 0);
+}
+
+TEST(Allocation, OfACopyOfNothingIsStillABlock) {
+  const std::unique_ptr<void, FreeMemory> block(bmemdupNoBalloc("a", 0));
+  EXPECT_NE(block, nullptr);
+}
+
+TEST(Allocation, OfALargeCopyHoldsAllOfIt) {
+  const std::string bytes(100000, 'x');
+  const std::unique_ptr<void, FreeMemory> block(bmemdupNoBalloc(bytes.data(), 100000));
+  EXPECT_GE(malloc_usable_size(block.get()), 100000u);
+  EXPECT_EQ(memcmp(block.get(), bytes.data(), bytes.size()), 0);
+}
+
+// Memory that an array of 16 slots will be made of, so that what lies behind it is not zero.
+void leave_rubbish() {
+  if (kOwnAllocator) return;  // the sanitizer sees an access there by itself
+  const std::size_t size = (2 + 16) * sizeof(void*) + sizeof(void*);
+  void* const block = std::malloc(size);
+  memset(block, 0xFF, size);
+  std::free(block);
+}
+
+TEST(HandleArray, LooksAtNoSlotBehindTheLast) {
+  leave_rubbish();
+  void** array = nullptr;
+  for (int32_t i = 0; i < 16; ++i) {
+    ASSERT_EQ(hAlloc(&array), i);
+    array[i] = &array;
+  }
+  EXPECT_EQ(hAlloc(&array), 16);
+  for (int32_t i = 0; i < 17; ++i) hFree(&array, i);
+  EXPECT_EQ(array, nullptr);
+}
+
+TEST(SymbolTables, KnowNoHandleBehindTheLast) {
+  leave_rubbish();
+  for (int32_t i = 0; i < 16; ++i) ASSERT_EQ(symOpen(1), i);
+  EXPECT_EQ(symLookup(16, "a"), nullptr);
+  EXPECT_EQ(symFirst(16), nullptr);
+}
+
+TEST(SymbolTables, OfAnEarlierUserAreForgottenByTheNextFirst) {
+  for (int32_t i = 0; i < 20; ++i) ASSERT_EQ(symOpen(1), i);
+  leave_rubbish();
+  symSubOpen();
+  ASSERT_EQ(symOpen(1), 0);
+  for (int32_t handle = 1; handle < 20; ++handle) EXPECT_EQ(symLookup(handle, "a"), nullptr) << handle;
+}
+
+TEST(SymbolTables, GiveAllMemoryBack) {
+  if (kOwnAllocator) GTEST_SKIP() << "the sanitizer counts for itself";
+  std::size_t before = 0;
+  for (int round = 0; round < 1000; ++round) {
+    const int32_t table = symOpen(1);
+    for (const char* name : {"a", "b", "c"}) symEnter(table, name, valueString("content", 1), 0);
+    symClose(table);
+    if (round == 100) before = mallinfo2().uordblks;
+  }
+  EXPECT_EQ(mallinfo2().uordblks, before);
 }
 
 }  // namespace
