@@ -32,6 +32,12 @@ using Clock = std::chrono::steady_clock;
 // A process that takes longer hangs: its calls wait for locks at most three seconds each.
 constexpr unsigned kMostSeconds = 40;
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr std::uint64_t kEveryday = 10;  // a start takes several times as long
+#else
+constexpr std::uint64_t kEveryday = 50;
+#endif
+
 enum class Role : std::uint8_t { kWriter, kReader, kStarter, kBuilder };
 
 // ---- What a process does ----
@@ -288,7 +294,7 @@ TEST_F(Processes, KilledAtAnyMomentLoseNothingThatWasAcknowledged) {
   GTEST_SKIP() << "one thread each: nothing for this sanitizer, and thousands of its processes";
 #endif
   const auto seed = static_cast<unsigned>(how_many("VEXA_PROCESSES_SEED", 20, 20));
-  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", 50, 6000);
+  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", kEveryday, 6000);
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
   FaultCount count;
