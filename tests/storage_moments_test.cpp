@@ -39,8 +39,10 @@ class Asked {
   Asked& operator=(const Asked&) = delete;
 
   Texts transactions;  // "PRAGMA synchronous=EXTRA", "BEGIN", "COMMIT"
+  Texts begun;         // the files on which transactions were begun
   int selects = 0;
   bool denies_begin = false;
+  int opens_as = SQLITE_OK;                         // the result of every opening
   std::function<void(const std::string&)> on_open;  // with the file's path
   std::function<void()> on_select;
 
@@ -51,19 +53,21 @@ class Asked {
 
   static int watch(sqlite3* db, char**, const void*) {
     if (active_ == nullptr) return SQLITE_OK;
-    sqlite3_set_authorizer(db, ask, nullptr);
+    sqlite3_set_authorizer(db, ask, db);
     const char* path = sqlite3_db_filename(db, "main");
     if (active_->on_open && path != nullptr) active_->on_open(path);
-    return SQLITE_OK;
+    return active_->opens_as;
   }
 
-  static int ask(void*, int what, const char* first, const char* second, const char*, const char*) {
+  static int ask(void* db, int what, const char* first, const char* second, const char*, const char*) {
     if (active_ == nullptr) return SQLITE_OK;
     if (what == SQLITE_PRAGMA && second != nullptr) {
       active_->transactions.push_back("PRAGMA " + std::string(first) + "=" + second);
     }
     if (what == SQLITE_TRANSACTION) {
-      if (active_->denies_begin && std::string_view(first) == "BEGIN") return SQLITE_DENY;
+      const bool begins = std::string_view(first) == "BEGIN";
+      if (active_->denies_begin && begins) return SQLITE_DENY;
+      if (begins) active_->begun.emplace_back(sqlite3_db_filename(static_cast<sqlite3*>(db), "main"));
       active_->transactions.emplace_back(first);
     }
     if (what == SQLITE_SELECT) {
@@ -180,6 +184,22 @@ TEST_F(Moments, AStepOfTheJournalIsOneTransactionThatSurvivesAPowerCut) {
   EXPECT_EQ(asked.transactions, kDurable);
 }
 
+TEST_F(Moments, ACopyLocksItsSourceAndItsTargetByATransaction) {
+  ASSERT_EQ(write_item("k", "old"), 0);
+  const Asked asked;
+  EXPECT_EQ(write_item("k", "new"), 0);
+  EXPECT_EQ(asked.begun, (Texts{kJournal, kPrimary, kPrimary, kBackup, kJournal, kJournal}));
+}
+
+// It would open a rollback journal under a name that may by then be that of the new file's.
+TEST_F(Moments, ACopyBeginsNoTransactionOnAnEmptyTarget) {
+  ASSERT_EQ(write_item("k", "old"), 0);
+  write_file(kBackup, "");
+  const Asked asked;
+  EXPECT_EQ(write_item("k", "new"), 0);
+  EXPECT_EQ(asked.begun, (Texts{kJournal, kPrimary, kPrimary, kJournal, kJournal}));
+}
+
 TEST_F(Moments, AReadPreparesOneStatement) {
   ASSERT_EQ(write_db("value"), 0);
   const Asked asked;
@@ -189,6 +209,7 @@ TEST_F(Moments, AReadPreparesOneStatement) {
 
 TEST_F(Moments, WithoutTransactionsAWriteStillReachesPrimaryAndBackup) {
   ASSERT_EQ(write_item("k", "old"), 0);
+  exec_sql(kPrimary, "create table OTHER (a)");
   {
     Asked asked;
     asked.denies_begin = true;
@@ -196,6 +217,8 @@ TEST_F(Moments, WithoutTransactionsAWriteStillReachesPrimaryAndBackup) {
   }
   EXPECT_EQ(stored(kPrimary, "cfg", "k"), "new");
   EXPECT_EQ(stored(kBackup, "cfg", "k"), "new");
+  EXPECT_EQ(query(kBackup, "select count(*) from sqlite_master where name='OTHER'"), "0")
+      << "without its lock the primary is not copied as a whole";
 }
 
 TEST_F(Moments, WithoutMemoryForSqliteNothingIsOpenedOrWritten) {
@@ -211,6 +234,18 @@ TEST_F(Moments, WithoutMemoryForSqliteNothingIsOpenedOrWritten) {
   sqlite3_hard_heap_limit64(0);
   EXPECT_EQ(log.count("sqlite3_open failed: out of memory\n"), 4u);
   EXPECT_EQ(read_item("k").value, "old");
+}
+
+TEST_F(Moments, AFileThatIsFoundCorruptWhenItIsOpenedIsCorrupt) {
+  ASSERT_EQ(write_db("value"), 0);
+  Asked asked;
+  asked.opens_as = SQLITE_CORRUPT;
+  const LogCapture log;
+
+  EXPECT_EQ(check_database_health(kPrimary.c_str()), 1u);
+
+  EXPECT_TRUE(log_is(log, {"3 check_database_health|Database is corrupted upon opening: <any> (Code: 11)\n",
+                           "3 check_database_health|is_corrupted=1\n"}));
 }
 
 TEST_F(Moments, AStartWithoutAJournalKeepsNoMemory) {

@@ -150,6 +150,23 @@ TEST_F(NoDescriptors, AnyShortageLeavesAWholeValue) {
   EXPECT_EQ(last, "value 7");
 }
 
+// Enough for the command that counts the copies, not for the one that makes a copy.
+TEST_F(NoDescriptors, ACleanWhoseCopyCannotBeMadeRemovesNothing) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "without descriptors the sanitizer cannot look up the name that its suppression needs";
+#endif
+  char backup[] = "";
+  LogCapture log;
+  {
+    const DescriptorLimit limit(2);
+    EXPECT_EQ(dm_sqlite_clean(backup), static_cast<uint32_t>(-1));
+  }
+  EXPECT_EQ(log.count("-----------------Get db num:0---------------\n"), 1U);
+  EXPECT_EQ(read(), 6);
+  EXPECT_TRUE(exists(DB_CONFIG));
+  EXPECT_TRUE(exists(DB_STATE));
+}
+
 TEST_F(NoDescriptors, ACleanWithoutACopyIsMinusOneAndRemovesNothing) {
 #if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "without descriptors the sanitizer cannot look up the name that its suppression needs";

@@ -124,6 +124,17 @@ TEST_F(Sync, OfAnOldJournalsRemovalComesBeforeTheRename) {
                                                                "rename to " + kBackup, "sync /data"}));
 }
 
+TEST_F(Sync, OfAnOldSharedMemorysRemovalComesBeforeTheRenameToo) {
+  write_file(kBackup + "-shm", "left by another version");
+  Calls calls;
+
+  EXPECT_EQ(write_item("k", "new"), 0);
+
+  EXPECT_FALSE(exists(kBackup + "-shm"));
+  EXPECT_EQ(from_the_copy_on(calls), (std::vector<std::string>{"sync " + kCopyName, "sync /data",
+                                                               "rename to " + kBackup, "sync /data"}));
+}
+
 TEST_F(Sync, ThatIsInterruptedIsRepeated) {
   Calls calls;
   calls.interrupted_syncs = 2;

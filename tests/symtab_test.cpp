@@ -686,6 +686,7 @@ void leave_rubbish() {
   const std::size_t size = (2 + 16) * sizeof(void*) + sizeof(void*);
   void* const block = std::malloc(size);
   memset(block, 0xFF, size);
+  __asm__ volatile("" : : "r"(block) : "memory");  // a store before free() counts as useless
   std::free(block);
 }
 
