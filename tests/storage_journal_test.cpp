@@ -496,10 +496,29 @@ TEST_F(StartCheck, DoesNotLookAtTheResultOfTheCopy) {
   EXPECT_EQ(log_count(log, "3 dm_write_db|sqlite3_open failed: unable to open database file\n"), 1u);
 }
 
-TEST_F(StartCheck, ALengthThatCannotBeAllocatedStopsTheProcess) {
+// Else a damaged journal would end every process at every start.
+TEST_F(StartCheck, ALengthThatNoPrimaryCouldHoldAsksForNoMoreThanThePrimary) {
+  put_item(kPrimary, {"cfg", 7, "k", 6, "eight by"});
+  EXPECT_EQ(record(WS_WRITE_DONE, INT_MAX), 0);
+
+  const ChildResult result = run_in_child([] {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    const rlimit one_gigabyte = {1u << 30, 1u << 30};
+    setrlimit(RLIMIT_AS, &one_gigabyte);
+#endif
+    EXPECT_EQ(check(), 0);
+  });
+
+  EXPECT_EQ(result.exit_code, 0) << result.out << result.err;
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "eight by");
+}
+
+TEST_F(StartCheck, WithoutMemoryForTheValueStopsTheProcess) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own address space does not fit under a limit";
 #endif
+  put_item(kPrimary, {"cfg", 7, "k", 6, "eight by"});
+  EXPECT_EQ(truncate(kPrimary.c_str(), off_t{1} << 30), 0);  // a sparse file
   EXPECT_EQ(record(WS_WRITE_DONE, INT_MAX), 0);
 
   const ChildResult result = run_in_child([] {

@@ -102,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(Each, CorruptionOf, ::testing::Range(std::size_t{0}, kF
 
 TEST_F(Corruption, OfOneFileAtRandom) {
   std::mt19937 random = seeded();
-  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 30000);
+  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 10000);
   for (unsigned i = 0; i < count && goes_on(); ++i) {
     const std::string& path = kFiles[i % 5 < 3 ? random() % 2 : 2 + random() % 3];
     try_one(path == kFactory || random() % 2 == 0, {{path, random_damage(random)}});
@@ -111,7 +111,7 @@ TEST_F(Corruption, OfOneFileAtRandom) {
 
 TEST_F(Corruption, OfTwoFilesAtRandom) {
   std::mt19937 random = seeded();
-  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 30000);
+  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 10000);
   for (unsigned i = 0; i < count && goes_on(); ++i) {
     const std::size_t first = random() % kFiles.size();
     const std::size_t second = (first + 1 + random() % (kFiles.size() - 1)) % kFiles.size();

@@ -460,7 +460,7 @@ class KillInAClean : public KillAtEveryCall {
     }
     EXPECT_TRUE(has_copy_of(image_)) << "deleted before the dated copy was whole";
     const bool backup_left = exists(kBackup);
-    if (backup_left || exists(kJournal)) give_up("a cut clean has taken values");
+    if (backup_left || exists(kJournal)) give_up("a cut inside a clean");
     const vexa_dm_backend_ops slots = start();
     if (backup_left) {
       expect_items();

@@ -21,10 +21,10 @@
 namespace vexa_test {
 
 // Losses that the caveats name, in their words.
-inline constexpr char kHalfDefaults[] = "A cut while the defaults are first stored";
-inline constexpr char kCutClean[] = "A cut inside a clean";
-inline constexpr char kCameBack[] = "A write that was not acknowledged may come back later.";
-inline constexpr char kNotRefreshed[] = "A write may return 0 with the backup not refreshed";
+inline constexpr char kHalfDefaults[] = "a cut while the defaults are first stored";
+inline constexpr char kCutClean[] = "a cut inside a clean";
+inline constexpr char kCameBack[] = "a write that was not acknowledged may come back later";
+inline constexpr char kNotRefreshed[] = "a write may return 0 with the backup not refreshed";
 inline constexpr std::array<const char*, 4> kNamedLosses = {kHalfDefaults, kCutClean, kCameBack,
                                                             kNotRefreshed};
 inline constexpr char kNamed[] = "named: ";

@@ -270,8 +270,8 @@ class NamedRounds {
 
  private:
   static constexpr std::array<const char*, 4> kNames = {
-      "write waited 3 s for a lock", "read waited 3 s for a lock", "defaults cut while first stored",
-      "unacknowledged value came back"};
+      "write waited 3 s for a lock", "read waited 3 s for a lock",
+      "a cut while the defaults are first stored", "a write that was not acknowledged may come back later"};
 
   FaultCount& count_;
   std::array<std::uint64_t, 4> before_ = {};
@@ -294,7 +294,7 @@ TEST_F(Processes, KilledAtAnyMomentLoseNothingThatWasAcknowledged) {
   GTEST_SKIP() << "one thread each: nothing for this sanitizer, and thousands of its processes";
 #endif
   const auto seed = static_cast<unsigned>(how_many("VEXA_PROCESSES_SEED", 20, 20));
-  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", kEveryday, 6000);
+  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", kEveryday, 3000);
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
   FaultCount count;

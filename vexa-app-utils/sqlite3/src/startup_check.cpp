@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Finishing at start-up what a power cut interrupted.
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +21,7 @@ namespace {
 
 using vexa::CallBudget;
 using vexa::storage::Database;
+using vexa::storage::Holds;
 using vexa::storage::ItemRow;
 using vexa::storage::Sql;
 using vexa::storage::WriteLock;
@@ -81,13 +84,32 @@ void copy_name(char* target, const char* name) {
   std::snprintf(target, kNameSize, "%s", fits ? name : "");
 }
 
-// One record, not the file: at start-up the primary as a whole has not been checked. Only while
-// the writes of other processes are kept out and none has come in between: theirs reach the backup
-// by themselves and must not be overtaken by what was read before.
-void copy_to_backup(const ItemRow& item) {
+// As many bytes as the journal says, but never more than a primary of this size could hold. Memory
+// that runs out here ends the process: a damaged length would end it at every start, for good.
+int32_t room_for(int32_t len) {
+  constexpr int64_t kGrowth = 1 << 20;  // what a transaction that is still to be rolled back may hide
+  struct stat primary {};
+  const int64_t size = stat(DB_CONFIG, &primary) == 0 ? int64_t{primary.st_size} : 0;
+  return static_cast<int32_t>(std::min(int64_t{len}, size + kGrowth));
+}
+
+bool fails_its_checksum(const uint8_t* value, int32_t length, uint32_t crc) {
+  return crc != static_cast<uint32_t>(vexa::storage::value_crc(value, length));
+}
+
+// One record, not the file: at start-up the primary as a whole has not been checked. With the
+// writes of other processes kept out until the backup has it, and once more from the primary where
+// one has come in between: theirs must not be overtaken by what was read before.
+void copy_to_backup(ItemRow item, uint8_t* buffer, int32_t room) {
   WriteLock primary;
   if (!primary.take(DB_CONFIG)) return;
-  if (vexa::storage::what_primary_holds(item) != vexa::storage::Holds::kThis) return;
+  const Holds now = vexa::storage::what_primary_holds(item);
+  if (now == Holds::kUnknown) return;
+  if (now == Holds::kAnother) {
+    uint32_t crc = 0;
+    item.length = dm_read_db(DB_CONFIG, item.table, item.key, buffer, &crc, room);
+    if (item.length < 0 || fails_its_checksum(buffer, item.length, crc)) return;
+  }
   bool written = false;
   vexa::storage::write_item(DB_CONFIGBAK, item, written, &primary);
 }
@@ -151,15 +173,14 @@ uint32_t dm_sqlite_check_database(void) {
   // After WS_READY the primary may hold half the story; the backup holds the previous value.
   if (len < 1 || state != WS_WRITE_DONE) return static_cast<uint32_t>(-1);
 
-  const auto buffer = vexa::Heap<uint8_t>::zeroed(static_cast<std::size_t>(len));
+  const int32_t room = room_for(len);
+  const auto buffer = vexa::Heap<uint8_t>::zeroed(static_cast<std::size_t>(room));
   VEXA_ASSERT(buffer, vexa::storage::kAssertSource);
   VEXA_LOG(vexa::log::kDebug, kCheck, "dm_sqlite_check_database read primary\n");
   uint32_t crc = 0;
-  const int32_t count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, len);
+  const int32_t count = dm_read_db(DB_CONFIG, table, key, buffer.get(), &crc, room);
   if (count < 0) return static_cast<uint32_t>(count);
-  if (crc != static_cast<uint32_t>(vexa::storage::value_crc(buffer.get(), count))) {
-    return static_cast<uint32_t>(-102);
-  }
-  copy_to_backup({table, static_cast<uint32_t>(id), key, type, buffer.get(), count});
+  if (fails_its_checksum(buffer.get(), count, crc)) return static_cast<uint32_t>(-102);
+  copy_to_backup({table, static_cast<uint32_t>(id), key, type, buffer.get(), count}, buffer.get(), room);
   return 0;
 }
