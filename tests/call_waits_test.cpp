@@ -48,7 +48,7 @@ class WaitingClock {
 
  private:
   static inline WaitingClock* active_ = nullptr;
-  std::int64_t now_us_ = 1000000000;
+  static inline std::int64_t now_us_ = 1000000000;  // never goes back
 };
 
 }  // namespace
@@ -211,6 +211,16 @@ TEST_F(Waiting, InVainForABackupThatCannotBeRolledBackLeavesIt) {
   EXPECT_EQ(clock.total_us(), 3000000);
   EXPECT_EQ(read_file(kBackup), before);
   EXPECT_TRUE(exists(kBackup + "-journal"));
+}
+
+TEST_F(Waiting, ForJournalAndPrimaryTogetherTakesNoLonger) {
+  const LockHolder journal(kJournal, "begin exclusive");
+  const LockHolder primary(kPrimary, "begin exclusive");
+  const WaitingClock clock;
+
+  EXPECT_EQ(write_item("k", "new"), -1);
+
+  EXPECT_EQ(clock.total_us(), 3000000);
 }
 
 }  // namespace

@@ -913,5 +913,24 @@ TEST_F(ReadPath, OfAnUnopenedBackupLooksAtNothingBehindTheBuffer) {
   munmap(pages, 2 * page);
 }
 
+TEST_F(ReadPath, AMissingRowIsLookedForOnceInEachFile) {
+  put_item(kPrimary, {"cfg", 7, "other", 6, "x"});
+  put_item(kBackup, {"cfg", 7, "other", 6, "x"});
+  const LogCapture log;
+
+  EXPECT_EQ(read_item("k").code, -1);
+
+  EXPECT_EQ(log_count(log, "3 dm_read_db|sqlite3_step error 101\n"), 2u);
+}
+
+TEST_F(WritePath, ABackupThatCannotBeOpenedIsSaidOnce) {
+  make_dirs(kBackup);
+  const LogCapture log;
+
+  EXPECT_EQ(write_item("k", "value"), 0);
+
+  EXPECT_EQ(log_count(log, "3 dm_write_db|sqlite3_open failed: unable to open database file\n"), 1u);
+}
+
 }  // namespace
 }  // namespace vexa_test

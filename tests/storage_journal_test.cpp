@@ -580,5 +580,16 @@ TEST_F(JournalWrite, ThatCannotBeMadeAnewSaysSo) {
   EXPECT_EQ(log_count(log, "3 dm_write_state_db|Can't create database: unable to open database file\n"), 1u);
 }
 
+TEST_F(JournalRead, OfAnOldBuildThatCannotBeMigratedSaysSo) {
+  exec_sql(kJournal,
+           "create table old (key text,item_table text,item_key text,len integer,state integer);"
+           "insert into old values('write_state','cfg','k',8,101); create view state as select * from old");
+  const LogCapture log;
+
+  EXPECT_EQ(read(), -1);
+
+  EXPECT_EQ(log_count(log, "3 dm_read_state_db|alter_table_add_column failed\n"), 1u);
+}
+
 }  // namespace
 }  // namespace vexa_test

@@ -378,5 +378,13 @@ TEST_F(Moments, AFactoryCopyOnAReadOnlyPartitionRepairsThePrimary) {
   EXPECT_TRUE(read_file(kPrimary) == read_file(kFactory));
 }
 
+TEST_F(Moments, AnExportOfNoDatabaseKeepsNoMemory) {
+  write_file("/data/notes.txt", std::string(5000, 'x'));
+  dm_read_all_tabs_from_db("/data/notes.txt");
+  const sqlite3_int64 before = sqlite3_memory_used();
+  for (int i = 0; i < 10; ++i) dm_read_all_tabs_from_db("/data/notes.txt");
+  EXPECT_EQ(sqlite3_memory_used(), before);
+}
+
 }  // namespace
 }  // namespace vexa_test

@@ -177,5 +177,18 @@ TEST_F(Sync, OfACopyThatCannotBeWrittenDoesNotHangAndTheRecordStillReachesTheBac
   EXPECT_FALSE(exists(kCopyName));
 }
 
+// A power cut must not bring back what a clean has reported as gone.
+TEST_F(Sync, OfAClean) {
+  make_dirs("/data/a");
+  make_dirs("/data/b");
+  ASSERT_EQ(sqlite_reg_store_area("/data/a/", "/data/b/"), 0u);
+  ASSERT_EQ(write_item("k", "old"), 0);
+  Calls calls;
+
+  EXPECT_EQ(dm_sqlite_clean(nullptr), 0u);
+
+  EXPECT_EQ(calls.seen, (std::vector<std::string>{"sync /data/a", "sync /data/b", "sync /data/a"}));
+}
+
 }  // namespace
 }  // namespace vexa_test
