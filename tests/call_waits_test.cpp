@@ -223,5 +223,15 @@ TEST_F(Waiting, ForJournalAndPrimaryTogetherTakesNoLonger) {
   EXPECT_EQ(clock.total_us(), 3000000);
 }
 
+TEST_F(Waiting, OfAReadForBothFilesTakesThreeSecondsTogether) {
+  const LockHolder primary(kPrimary, "begin exclusive");
+  const LockHolder backup(kBackup, "begin exclusive");
+  const WaitingClock clock;
+
+  EXPECT_LT(read_item("k").code, 0);
+
+  EXPECT_EQ(clock.total_us(), 3000000);
+}
+
 }  // namespace
 }  // namespace vexa_test
