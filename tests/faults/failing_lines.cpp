@@ -112,8 +112,8 @@ Called* g_called = nullptr;
 std::ostream& operator<<(std::ostream& out, const Operation& operation) { return out << operation.name; }
 
 std::vector<Operation> all_operations() {
-  std::vector<Operation> all = storage_operations();
-  for (const auto& part : {manager_operations(), toolbox_operations()}) {
+  std::vector<Operation> all = storage_item_operations();
+  for (const auto& part : {storage_file_operations(), manager_operations(), toolbox_operations()}) {
     all.insert(all.end(), part.begin(), part.end());
   }
   return all;

@@ -63,7 +63,8 @@ struct Operation {
 
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
 
-std::vector<Operation> storage_operations();
+std::vector<Operation> storage_item_operations();
+std::vector<Operation> storage_file_operations();
 std::vector<Operation> manager_operations();
 std::vector<Operation> toolbox_operations();
 std::vector<Operation> all_operations();
