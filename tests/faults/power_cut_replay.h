@@ -95,7 +95,6 @@ class PowerCutReplay {
   Image image(const Cut& cut) const;
   // What the running program sees.
   Image present() const { return image_of(present_); }
-  bool all_synced() const { return pending_.empty(); }
   // The pending operations, with what became of each.
   std::string describe(const Cut& cut) const;
 

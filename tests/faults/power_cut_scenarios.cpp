@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "faults/power_cut_scenarios.h"
 
-#include <random>
 #include <string>
 #include <utility>
 
@@ -12,8 +11,6 @@ namespace {
 
 constexpr char kOneCut[] = "power cut";
 constexpr char kInAClean[] = "power cut in a clean";
-
-const StoreArea kMoved = {"/vexanv/store/", "/vexanvbak/second/"};
 
 // A device that has been in use; n numbers its values.
 void use(Recording& recording, int n) {
@@ -204,7 +201,7 @@ std::vector<Stage> migration(unsigned) {
 
 // Primary and backup in directories of their own, on file systems of their own.
 std::vector<Stage> moved_store(unsigned) {
-  Recording recording(kMoved);
+  Recording recording(moved_area());
   recording.write([](Writer& writer) {
     writer.put(kName, 81);
     writer.make_defaults();
@@ -263,7 +260,7 @@ std::vector<Stage> clean(unsigned) {
 std::vector<Stage> clean_that_rotates(unsigned) {
   std::vector<Stage> stages;
   clean_and_start(stages, {}, 3, true, 121);
-  clean_and_start(stages, kMoved, 3, true, 131);
+  clean_and_start(stages, moved_area(), 3, true, 131);
   return stages;
 }
 
@@ -289,65 +286,6 @@ std::vector<Stage> kill_before_the_cut(unsigned) {
     stages.back().every_image = operations[at].op == FileOp::kRename;
   }
   return stages;
-}
-
-struct Step {
-  enum class What : std::uint8_t { kPut, kPutPastTheCache, kPair, kEmpty, kDefaults, kRead, kDamage } what;
-  std::int32_t id;
-  int n;
-};
-
-void take(Writer& writer, const Step& step) {
-  switch (step.what) {
-    case Step::What::kPut:
-      return writer.put(step.id, step.n);
-    case Step::What::kPutPastTheCache:
-      return writer.put_past_the_cache(step.id, step.n);
-    case Step::What::kPair:
-      return writer.put_pair(step.n);
-    case Step::What::kEmpty:
-      return writer.empty(step.id);
-    case Step::What::kDefaults:
-      return writer.make_defaults();
-    case Step::What::kRead:
-      return writer.read_all();
-    case Step::What::kDamage:
-      return writer.damage(DB_CONFIG, kHeadOfSchema, 0);
-  }
-}
-
-Step draw_step(std::mt19937& random, int n) {
-  constexpr std::int32_t kWritten[] = {kChannel, kAddress, kName, kBlock, kLarge};
-  const std::int32_t id = kWritten[random() % std::size(kWritten)];
-  const auto chance = static_cast<unsigned>(random() % 100);
-  if (chance < 60) return {Step::What::kPut, id, n};
-  if (chance < 68) return {Step::What::kPutPastTheCache, id, n};
-  if (chance < 80) return {Step::What::kPair, kPairs, n};
-  if (chance < 87) return {Step::What::kEmpty, id, n};
-  if (chance < 90) return {Step::What::kDefaults, 0, n};
-  return {chance < 95 ? Step::What::kRead : Step::What::kDamage, 0, n};
-}
-
-// Several programs one after the other, on a device in use.
-std::vector<Stage> random_writes(unsigned seed) {
-  std::mt19937 random(seed);
-  const int first = static_cast<int>(1000 * (seed % 90 + 1));
-  Recording recording(seed % 3 == 0 ? kMoved : StoreArea{});
-  recording.write([&](Writer& writer) {
-    writer.put(kName, first);
-    writer.put(kLarge, first);
-    if (seed % 2 == 0) writer.make_defaults();
-  });
-  recording.begin_stage();
-  int n = first;
-  for (int program = 0; program < 3; ++program) {
-    std::vector<Step> steps;
-    while (steps.size() < 6) steps.push_back(draw_step(random, ++n));
-    recording.write([&](Writer& writer) {
-      for (const Step& step : steps) take(writer, step);
-    });
-  }
-  return {recording.stage()};
 }
 
 constexpr Scenario kScenarios[] = {

@@ -25,6 +25,12 @@ inline void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream <<
 
 std::span<const Scenario> scenarios();
 
+// Several programs one after the other on a device in use; what they do is drawn from the seed.
+std::vector<Stage> random_writes(unsigned seed);
+
+// Primary and backup in directories of their own, on file systems of their own.
+inline StoreArea moved_area() { return {"/vexanv/store/", "/vexanvbak/second/"}; }
+
 }  // namespace vexa_test
 
 #endif

@@ -108,7 +108,6 @@ TEST_F(PowerCut, RefusesARecordingOfACallThatItDoesNotKnow) {
 }
 
 TEST_F(PowerCut, RecordsWhatTheShellsCommandsDo) {
-  put_in_place({});
   Recording recording;
   recording.run([](auto&) {
     dm_sqlite_system_cmd(
