@@ -135,8 +135,9 @@ TEST_P(StorageOf, AFileSystemThatIsFullKeepsTheLastValueWhateverIsLeft) {
   fill_at_every_level(1024);
 }
 
-TEST_P(StorageOf, AReadOnlyPlaceKeepsTheLastValue) {
-  if (GetParam().after != nullptr) GTEST_SKIP() << "has a file open for writing";
+class ReadOnlyStorageOf : public StorageOf {};
+
+TEST_P(ReadOnlyStorageOf, KeepsTheLastValue) {
   if (const std::string reason = mount_memory("/data"); !use("/data", reason)) GTEST_SKIP() << reason;
   FaultRun<ReadOnlyStorage> run(GetParam(), kKind);
   run.places();
@@ -167,6 +168,12 @@ TEST_P(DatedCopiesOf, AMissingPlaceOfDatedCopiesCostsTheCopyAtMost) {
 INSTANTIATE_TEST_SUITE_P(Functions, StorageOf,
                          ::testing::ValuesIn(operations_where([](const Operation& operation) {
                            return operation.item != nullptr;
+                         })),
+                         operation_name);
+// A file that is open for writing keeps a storage from being made read-only.
+INSTANTIATE_TEST_SUITE_P(Functions, ReadOnlyStorageOf,
+                         ::testing::ValuesIn(operations_where([](const Operation& operation) {
+                           return operation.item != nullptr && operation.after == nullptr;
                          })),
                          operation_name);
 INSTANTIATE_TEST_SUITE_P(Functions, DatedCopiesOf,
