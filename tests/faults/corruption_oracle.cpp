@@ -188,6 +188,8 @@ bool CorruptionOracle::write() {
 bool CorruptionOracle::must_succeed() const {
   if (primary_.obstructed || backup_.obstructed) return false;
   if (!primary_.reachable || !backup_.reachable) return false;
+  // Brought by the read before, because the backup is corrupt; it may lack the table, or have another.
+  if (said("cp /vexanvbak/")) return factory_.takes_rows;
   if (primary_.empty) return true;
   if (primary_.healthy) return primary_.takes_rows;
   return primary_.prepare == SQLITE_CORRUPT && (backup_.healthy || factory_.healthy);
