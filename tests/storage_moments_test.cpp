@@ -207,6 +207,18 @@ TEST_F(Moments, AReadPreparesOneStatement) {
   EXPECT_EQ(asked.selects, 1);
 }
 
+// Once in the primary, and once more in the backup than a good checksum needs.
+TEST_F(Moments, AReadLooksTwiceAtABackupWhoseChecksumFails) {
+  put_item(kPrimary, {"cfg", 7, "k", 6, "value"});
+  put_item(kBackup, {"cfg", 7, "k", 6, "value"}, 5);
+  std::array<std::uint8_t, 8> buffer = {};
+  const Asked asked;
+
+  EXPECT_EQ(dm_pal_read("cfg", "k", buffer.data(), 8), -102);
+
+  EXPECT_EQ(asked.selects, 3);
+}
+
 // Without its lock the primary is not copied: a later write of another process could be overtaken.
 TEST_F(Moments, WithoutTransactionsAWriteReachesThePrimaryAndSaysThatTheBackupWaits) {
   ASSERT_EQ(write_item("k", "old"), 0);

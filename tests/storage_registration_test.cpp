@@ -576,7 +576,8 @@ TEST_F(VersionMatch, EveryOutcomeGivesTheMutexBack) {
 // A write that another process's lock keeps waiting, with the backend mutex held.
 class BlockedWrite {
  public:
-  BlockedWrite() : lock_(kPrimary, "begin exclusive") {
+  // Held up by a lock on that file, while it holds the mutex.
+  explicit BlockedWrite(const std::string& file = kPrimary) : lock_(file, "begin exclusive") {
     waiting_ = counted_ = false;
     vexa_set_log_level(0);
     set_print_interface([](const char* line) {
@@ -649,6 +650,59 @@ TEST_F(Registration, VersionReadsWaitForABlockedWrite) {
   }
   reader.join();
   EXPECT_TRUE(read);
+}
+
+// The journal alone is locked, for which a write waits less than a second: whoever needs only the
+// item databases is kept by nothing but the mutex.
+class CallBesideAWrite : public Registration,
+                         public ::testing::WithParamInterface<void (*)(vexa_dm_backend_ops&)> {};
+
+TEST_P(CallBesideAWrite, WaitsForTheMutex) {
+  vexa_dm_backend_ops slots = {};
+  sqlite_reg(&slots);
+  put_default_version(VEXA_SCHEMA_VERSION);
+  std::atomic<bool> returned = false;
+  const BlockedWrite blocked(kJournal);
+
+  std::thread caller([&] {
+    GetParam()(slots);
+    returned = true;
+  });
+
+  // Without the mutex it takes a few milliseconds.
+  poll(nullptr, 0, 300);
+  const bool too_soon = returned;
+
+  EXPECT_FALSE(too_soon && !blocked.done());
+  caller.join();
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachSlot, CallBesideAWrite,
+                         ::testing::Values(
+                             [](vexa_dm_backend_ops& slots) {
+                               const vexa_dm_item_desc desc = item_desc("cfg", "k", 6);
+                               std::array<std::uint8_t, 8> buffer = {};
+                               slots.read(7, &desc, buffer.data(), 8);
+                             },
+                             [](vexa_dm_backend_ops& slots) {
+                               std::array<std::uint8_t, 4> version = {};
+                               slots.read_cfg_db_version(version.data());
+                             },
+                             [](vexa_dm_backend_ops&) {
+                               std::uint8_t matched = 0;
+                               sqlite_chk_db_ver_match(&matched);
+                             }));
+
+TEST_F(Registration, ReadsAndExportsWithoutTheMutexDoNotWaitForABlockedWrite) {
+  vexa_dm_backend_ops slots = {};
+  sqlite_reg(&slots);
+  std::array<std::uint8_t, 8> buffer = {};
+  const BlockedWrite blocked(kJournal);
+
+  dm_pal_read_by_key("cfg", "k", buffer.data(), 8);
+  EXPECT_EQ(dm_read_all_tabs_from_db(DB_CONFIG), 0u);
+
+  EXPECT_FALSE(blocked.done());
 }
 
 TEST_F(Registration, ACleanCountsTheCopiesAndThenWaitsForABlockedWrite) {
