@@ -3,7 +3,7 @@
 #include "call_budget.h"
 #include "log/call_site.h"
 #include "sqlite3/src/item_row.h"
-#include "sqlite3/src/repair.h"
+#include "sqlite3/src/refresh.h"
 #include "sqlite3/src/storage.h"
 
 namespace {

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "log/call_site.h"
 #include "owners.h"
 
 namespace vexa::storage {
@@ -197,6 +198,8 @@ bool sync_replacement_of(const char* path) {
   char real[PATH_MAX];
   return resolve(path, real) && sync_directory_of(real);
 }
+
+void log_copied() { VEXA_LOG(log::kDebug, "dm_sqlite_system_cmd", "read_len=%d\n", 0); }
 
 bool copy_over(const WriteLock& source, const char* from, const char* to) {
   Target target;

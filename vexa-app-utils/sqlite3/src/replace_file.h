@@ -33,6 +33,9 @@ struct DamagedFile {
 // copied.
 void restore(const char* from, const char* to, const DamagedFile& damaged);
 
+// Field tools expect the line of a command after each copy, which had no output.
+void log_copied();
+
 }  // namespace vexa::storage
 
 #endif
