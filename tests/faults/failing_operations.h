@@ -53,6 +53,7 @@ struct Operation {
   unsigned found = kOld;                    // what it may be afterwards
   unsigned found_at_start = kOld;           // what it may be at the next start
   bool keeps_other = true;
+  bool killed_writer = false;  // SQLite's rollback journal is waiting beside the primary
 
   const char* assertion = "";  // source of the one that ends it when memory runs out; "" for none
   bool keeps_memory = false;   // what it stores lives until the process ends
