@@ -151,6 +151,17 @@ class KillAtEveryCall : public StorageTest {
     report(count);
   }
 
+  // A write, killed everywhere; the value it writes is among those that may be read then.
+  void kill_a_write_of(const Item& item, KillBy by = best_killer()) {
+    kill_everywhere(
+        [&] {
+          const vexa_dm_backend_ops slots = start();
+          trace_from_here();
+          EXPECT_EQ(put(slots, item), 0);
+        },
+        [&] { expect_nothing_lost(); }, Kill::kProcess, by);
+  }
+
   static void take_result(const QuickResult& result, FaultCount& count) {
     ++count.tried;
     EXPECT_EQ(result.exit_code, 0) << "signal " << result.signal << "\n" << result.out;
@@ -227,13 +238,7 @@ TEST_F(KillAtEveryCall, OfAWriteOfAnExistingItem) {
   build_device();
   const Item beta = {"cfg", 2, "beta", 6, long_value('n')};
   also(beta);
-  kill_everywhere(
-      [&] {
-        const vexa_dm_backend_ops slots = start();
-        trace_from_here();
-        EXPECT_EQ(put(slots, beta), 0);
-      },
-      [&] { expect_nothing_lost(); });
+  kill_a_write_of(beta);
 }
 
 TEST_F(KillAtEveryCall, OfAWriteThatMakesATable) {
@@ -241,25 +246,13 @@ TEST_F(KillAtEveryCall, OfAWriteThatMakesATable) {
   const Item fresh = {"fresh", 20, "omega", 6, long_value('w')};
   items_[name_of(fresh)] = {kMissing};
   also(fresh);
-  kill_everywhere(
-      [&] {
-        const vexa_dm_backend_ops slots = start();
-        trace_from_here();
-        EXPECT_EQ(put(slots, fresh), 0);
-      },
-      [&] { expect_nothing_lost(); });
+  kill_a_write_of(fresh);
 }
 
 TEST_F(KillAtEveryCall, OfAnEmptying) {
   build_device();
   items_["cfg.beta"].push_back(kMissing);
-  kill_everywhere(
-      [&] {
-        const vexa_dm_backend_ops slots = start();
-        trace_from_here();
-        EXPECT_EQ(put(slots, {"cfg", 2, "beta", 6, ""}), 0);
-      },
-      [&] { expect_nothing_lost(); });
+  kill_a_write_of({"cfg", 2, "beta", 6, ""});
 }
 
 TEST_F(KillAtEveryCall, OfADefaultThatChanges) {
@@ -418,13 +411,7 @@ TEST_F(KillAtEveryCall, OfAWriteThatKillsItselfWhereNobodyMayTraceIt) {
   build_device();
   const Item beta = {"cfg", 2, "beta", 6, long_value('n')};
   also(beta);
-  kill_everywhere(
-      [&] {
-        const vexa_dm_backend_ops slots = start();
-        trace_from_here();
-        EXPECT_EQ(put(slots, beta), 0);
-      },
-      [&] { expect_nothing_lost(); }, Kill::kProcess, KillBy::kInterception);
+  kill_a_write_of(beta, KillBy::kInterception);
 }
 
 // What a kill inside a clean leaves, by name; see the caveats.
