@@ -14,7 +14,8 @@ add_library(vexadm SHARED ${VEXADM_SOURCES})
 set_target_properties(vexadm PROPERTIES VERSION 0.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH} SOVERSION 0)
 target_include_directories(vexadm
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
-  PRIVATE ${VEXADM_SOURCE_ROOT}/vexa-app-utils ${VEXADM_SOURCE_ROOT}/vexa-app-os-al)
+  PRIVATE ${VEXADM_SOURCE_ROOT}/vexa-app-utils ${VEXADM_SOURCE_ROOT}/vexa-app-os-al
+    ${VEXADM_SOURCE_ROOT}/vexa-app-common/src)
 target_include_directories(vexadm SYSTEM PRIVATE ${VEXADM_SQLITE3_INCLUDE})
 target_link_libraries(vexadm PRIVATE $<BUILD_INTERFACE:vexadm_warnings> ${VEXADM_SQLITE3})
 # 64-bit inode numbers and times also where long has 32 bits: stat() must not fail for either.

@@ -2,11 +2,12 @@
 // Runs a command inside a private copy of the machine's root in which the device's fixed paths
 // are empty and the command's own:
 //
-//   device_root [--keep DIR]... -- COMMAND [ARGUMENT]...
+//   device_root [--own-network] [--keep DIR]... -- COMMAND [ARGUMENT]...
 //
 // The library writes to /data and its like without asking; on a developer's machine these may
 // hold anything. --keep names directories (the checkout, the build tree) that stay visible even
-// where they lie below one of the hidden places. The command sees one of three situations:
+// where they lie below one of the hidden places. --own-network gives it a network of its own as well,
+// with nothing but a loopback interface. The command sees one of three situations:
 //
 // 1. As root: a mount namespace of its own is enough. VEXA_DEVICE_ROOT=1.
 // 2. As an ordinary user: a user namespace as well, in which the user counts as root, gives the
@@ -32,6 +33,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "support/own_network.h"
 
 namespace {
 
@@ -219,7 +222,7 @@ Reason fill_and_enter(const std::string& root, const std::vector<Kept>& kept) {
   return reason;
 }
 
-Reason enter_device_root(std::vector<Kept>& kept) {
+Reason enter_device_root(std::vector<Kept>& kept, bool own_network) {
   const char* forced = getenv("VEXA_DEVICE_ROOT_FORCE_NONE");
   if (forced != nullptr && std::string_view(forced) == "1") return "VEXA_DEVICE_ROOT_FORCE_NONE is set";
   std::array<char, 4096> cwd = {};
@@ -228,6 +231,7 @@ Reason enter_device_root(std::vector<Kept>& kept) {
   std::string root;
   Reason reason = enter_namespaces();
   if (reason.empty()) reason = make_private();
+  if (reason.empty() && own_network) reason = vexa_test::enter_own_network();
   // Only now: a descriptor of the machine's own namespace cannot be a source of mounts in this one.
   if (reason.empty()) reason = open_kept(kept);
   if (reason.empty()) reason = mount_new_root(root);
@@ -237,7 +241,7 @@ Reason enter_device_root(std::vector<Kept>& kept) {
 }
 
 int usage() {
-  std::fputs("usage: device_root [--keep DIR]... -- COMMAND [ARGUMENT]...\n", stderr);
+  std::fputs("usage: device_root [--own-network] [--keep DIR]... -- COMMAND [ARGUMENT]...\n", stderr);
   return 2;
 }
 
@@ -246,6 +250,8 @@ int usage() {
 int main(int argc, char** argv) {
   std::vector<Kept> kept;
   int next = 1;
+  const bool own_network = argc > 1 && std::string_view(argv[1]) == "--own-network";
+  if (own_network) ++next;
   for (; next + 1 < argc && std::string_view(argv[next]) == "--keep"; next += 2) {
     char* real = realpath(argv[next + 1], nullptr);
     const std::string path = real == nullptr ? argv[next + 1] : real;
@@ -257,7 +263,7 @@ int main(int argc, char** argv) {
 
   unsetenv("VEXA_DEVICE_ROOT");
   unsetenv("VEXA_DEVICE_ROOT_MISSING");
-  const Reason reason = enter_device_root(kept);
+  const Reason reason = enter_device_root(kept, own_network);
   if (reason.empty()) {
     setenv("VEXA_DEVICE_ROOT", "1", 1);
     unsetenv("TMPDIR");  // may name a directory that is hidden now

@@ -5,22 +5,7 @@
 
 #include "log/call_site.h"
 #include "sqlite3/src/storage.h"
-
-namespace {
-
-// A signal handler of the host may interrupt the wait for the command's output: that is no end of
-// it. A clean would take the number of dated copies for 0 and overwrite their order.
-std::size_t read_output(FILE* pipe, char* out, std::size_t size) {
-  std::size_t count = 0;
-  for (;;) {
-    errno = 0;
-    count += std::fread(out + count, 1, size - count, pipe);
-    if (count == size || std::ferror(pipe) == 0 || errno != EINTR) return count;
-    std::clearerr(pipe);
-  }
-}
-
-}  // namespace
+#include "stream.h"
 
 uint32_t dm_sqlite_system_cmd(const char* command, char* out, uint32_t out_len) {
   constexpr char kSelf[] = "dm_sqlite_system_cmd";
@@ -35,7 +20,7 @@ uint32_t dm_sqlite_system_cmd(const char* command, char* out, uint32_t out_len) 
     return static_cast<uint32_t>(-1);
   }
   if (out != nullptr) {
-    const std::size_t count = read_output(pipe, out, out_len);
+    const std::size_t count = vexa::read_bytes(pipe, {out, out_len});
     VEXA_LOG(vexa::log::kDebug, kSelf, "read_len=%d\n", static_cast<int>(count));
   }
   pclose(pipe);
