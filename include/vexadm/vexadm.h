@@ -12,6 +12,7 @@
 #include "data_manager.h"
 #include "export.h"
 #include "log.h"
+#include "process.h"
 #include "queue.h"
 #include "storage.h"
 #include "strings.h"

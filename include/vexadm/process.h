@@ -1,0 +1,138 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file process.h
+ * Running other programs: by the shell, and without one.
+ *
+ * The shell functions take command lines with pipes and redirections, as
+ * "/bin/sh -c" does. Nothing is quoted or escaped: a text that a user typed has
+ * no place in them. vexa_ds_system_call3() is for those: no shell, a list of
+ * programs that may run, and an end for one that hangs.
+ *
+ * All block until the command ends, unless said otherwise, keep no state and are
+ * thread-safe. Texts are NUL-terminated and belong to the caller. Streams and
+ * descriptors that they open are closed in the commands of other threads. A
+ * signal handler of the host that interrupts a read does not cut the output.
+ * What fails is logged at level 3, what goes well at level 0, under the
+ * function's own name.
+ */
+#ifndef VEXADM_PROCESS_H
+#define VEXADM_PROCESS_H
+
+#include "export.h"
+
+VEXA_BEGIN_DECLS
+
+/* ---- By the shell -------------------------------------------------------- */
+
+/**
+ * Runs a command line by system(); its output goes where the caller's goes.
+ *
+ * @param cmd      command line
+ * @param cmd_len  what the caller believes the length of cmd to be: a command
+ *                 that was cut while it was built is not run
+ * @retval 0   ran and exited with 0 (logged: "run shell script successfully
+ *             result=%d.\n")
+ * @retval -1  not run: cmd_len is not the length of cmd ("System call length
+ *             mismatch: %d != %d\n", cmd_len and the length); the shell could
+ *             not be started, or cmd is NULL ("system error!\n")
+ * @return otherwise the wait status as waitpid() gives it, logged with the exit
+ *         code: an exit code of 3 is 768 ("run shell script fail=%d, script exit
+ *         code: %d\n"); ended by a signal, its number, with 128 more for a core
+ *         dump ("result=%d, exit status = [%d]\n")
+ * @note Before the run "System call: %s\n" is logged at level 0. Signals during
+ *       the call are system()'s: SIGINT and SIGQUIT are ignored, SIGCHLD waits.
+ */
+VEXA_API int32_t vexa_system_call(const char *cmd, uint32_t cmd_len);
+
+/**
+ * Builds a command line and runs it like vexa_system_call().
+ *
+ * @param buf       buf_size bytes; receives the command line, terminated
+ * @param buf_size  capacity of buf in bytes, at least 1. A longer command line is
+ *                  cut, and run as far as it goes
+ * @param fmt       printf format, followed by its values
+ * @return as vexa_system_call(), whose messages it logs; -1 also when buf is NULL
+ *         or buf_size is 0, or the format fails ("system error!\n")
+ */
+VEXA_API int32_t vexa_system_call_var_arg(char *buf, uint32_t buf_size, const char *fmt, ...)
+    VEXA_PRINTF(3, 4);
+
+/**
+ * Runs a command line and gives its exit code. Its standard input is an empty
+ * pipe, its output goes where the caller's goes.
+ *
+ * @param cmd      command line
+ * @param cmd_len  as for vexa_system_call()
+ * @retval 0   exited with 0; logs nothing more
+ * @retval -1  not run: cmd_len is not the length of cmd ("system call length
+ *             mismatch: %d != %d\n"); the shell could not be started, or cmd is
+ *             NULL ("system command failed\n", and the line below)
+ * @return otherwise the exit code, 1 to 255; or the wait status when a signal
+ *         ended the shell; logged: "system command failed, rc=%d errno: %d\n"
+ * @note Before the run "system call: %s\n" is logged at level 0.
+ */
+VEXA_API int32_t vexa_system_call_ex(const char *cmd, uint32_t cmd_len);
+
+/**
+ * Runs a command line and takes the start of its output.
+ *
+ * @param cmd          command line
+ * @param result       result_size bytes; cleared, then receives whole lines, or
+ *                     pieces of result_size - 2 characters of longer ones, as long
+ *                     as they fit; terminated. NULL: nothing is read
+ * @param result_size  capacity of result in bytes. 2 or less has no room for a
+ *                     character
+ * @retval 0   ran, whatever its exit code ("popen call: %s success. result
+ *             string:%s\n")
+ * @retval -1  not run: cmd is NULL, or the shell could not be started ("popen
+ *             call:%s fail[%s]\n", with "parameter invaild!" or the system's
+ *             reason); or memory was short ("result_str is NULL!")
+ * @note The first piece that does not fit ends the reading ("result_buf Exceeded
+ *       max len.\n", level 3; the result stays 0), also where a later, shorter
+ *       one would. The pipe is then closed: a command that goes on writing is
+ *       ended by SIGPIPE. Each piece taken is logged: "Line string:%s".
+ */
+VEXA_API int32_t vexa_popen_call(const char *cmd, char *result, uint32_t result_size);
+
+/**
+ * Runs a command line, gives it a second, and takes the start of its output.
+ *
+ * @param cmd          command line
+ * @param result       result_size bytes; cleared, then receives the output's first
+ *                     result_size - 2 characters, terminated
+ * @param result_size  capacity of result in bytes
+ * @retval 0   ran, whatever its exit code. All of its output was read, and what
+ *             did not fit dropped; with a result_size of 1 the first line ends the
+ *             reading ("len=%d,%d\n")
+ * @retval -1  not run: cmd or result is NULL, or the shell could not be started
+ *             ("popen call:%s fail[%s]\n" as for vexa_popen_call())
+ * @note Always sleeps for one second before it reads. Each line, or 510 characters
+ *       of a longer one, is logged: "%s\n".
+ */
+VEXA_API int32_t vexa_popen_call_ex(const char *cmd, char *result, uint32_t result_size);
+
+/**
+ * Counts processes by "ps | grep -v grep | grep -c NAME".
+ *
+ * @param name  what to look for anywhere in a line of ps: a pattern of grep, part of
+ *              a shell command. The command has 127 characters, so at most 95
+ * @return how many lines have it, 0 when none; 0 also when the shell could not be
+ *         started; -1 when nothing was printed, name is NULL or too long: a cut
+ *         name would count other processes
+ * @note Logs nothing.
+ */
+VEXA_API int32_t vexa_check_process_exist(const char *name);
+
+/**
+ * Says whether the device has raw NAND flash.
+ *
+ * @retval 1 "/proc/partitions" has a line with "mtd"
+ * @retval 0 it has none, or cannot be read
+ * @retval 4 the shell could not be started
+ * @note Logs nothing.
+ */
+VEXA_API int32_t get_flash_type(void);
+
+VEXA_END_DECLS
+
+#endif
