@@ -106,6 +106,22 @@ TEST_F(DeviceRoot, WorkingDirectoryIsKeptWhereItExistsInside) {
   EXPECT_EQ(shell(std::string("cd /tmp/elsewhere && ") + DEVICE_ROOT_PROGRAM + " -- pwd").output, "/\n");
 }
 
+TEST_F(DeviceRoot, OwnNetworkHasALoopbackInterfaceAndNothingElse) {
+  const Outcome run =
+      shell(std::string(DEVICE_ROOT_PROGRAM) +
+            " --own-network -- sh -c 'echo $VEXA_OWN_NETWORK; tail -n +3 /proc/net/dev | wc -l;"
+            " wc -l < /proc/net/if_inet6'");
+
+  EXPECT_EQ(run.output, "1\n1\n1\n");  // the address is there because the interface is up
+}
+
+TEST_F(DeviceRoot, OwnNetworkThatIsRefusedIsSaid) {
+  const Outcome run = shell(std::string("VEXA_DEVICE_ROOT_FORCE_NONE=1 ") + DEVICE_ROOT_PROGRAM +
+                            " --own-network -- sh -c 'echo $VEXA_OWN_NETWORK:$VEXA_OWN_NETWORK_MISSING'");
+
+  EXPECT_EQ(run.output, ":VEXA_DEVICE_ROOT_FORCE_NONE is set\n");
+}
+
 TEST_F(DeviceRoot, ExitCodeOfTheCommandIsHandedOn) {
   EXPECT_EQ(launch("exit 7").code, 7);
   EXPECT_EQ(shell(std::string(DEVICE_ROOT_PROGRAM) + " -- /no/such/program").code, 127);

@@ -7,7 +7,8 @@
 // The library writes to /data and its like without asking; on a developer's machine these may
 // hold anything. --keep names directories (the checkout, the build tree) that stay visible even
 // where they lie below one of the hidden places. --own-network gives it a network of its own as well,
-// with nothing but a loopback interface. The command sees one of three situations:
+// with nothing but a loopback interface: VEXA_OWN_NETWORK=1, or VEXA_OWN_NETWORK_MISSING="<reason>".
+// The command sees one of three situations:
 //
 // 1. As root: a mount namespace of its own is enough. VEXA_DEVICE_ROOT=1.
 // 2. As an ordinary user: a user namespace as well, in which the user counts as root, gives the
@@ -222,7 +223,7 @@ Reason fill_and_enter(const std::string& root, const std::vector<Kept>& kept) {
   return reason;
 }
 
-Reason enter_device_root(std::vector<Kept>& kept, bool own_network) {
+Reason enter_device_root(std::vector<Kept>& kept) {
   const char* forced = getenv("VEXA_DEVICE_ROOT_FORCE_NONE");
   if (forced != nullptr && std::string_view(forced) == "1") return "VEXA_DEVICE_ROOT_FORCE_NONE is set";
   std::array<char, 4096> cwd = {};
@@ -231,13 +232,21 @@ Reason enter_device_root(std::vector<Kept>& kept, bool own_network) {
   std::string root;
   Reason reason = enter_namespaces();
   if (reason.empty()) reason = make_private();
-  if (reason.empty() && own_network) reason = vexa_test::enter_own_network();
   // Only now: a descriptor of the machine's own namespace cannot be a source of mounts in this one.
   if (reason.empty()) reason = open_kept(kept);
   if (reason.empty()) reason = mount_new_root(root);
   if (reason.empty()) reason = fill_and_enter(root, kept);
   if (chdir(cwd.data()) != 0 && chdir("/") != 0 && reason.empty()) reason = failed("/");
   return reason;
+}
+
+// For what was asked for and given, "NAME=1"; for what was refused, "NAME_MISSING=<reason>".
+void tell(const std::string& name, const Reason& reason) {
+  if (reason.empty()) {
+    setenv(name.c_str(), "1", 1);
+  } else {
+    setenv((name + "_MISSING").c_str(), reason.c_str(), 1);
+  }
 }
 
 int usage() {
@@ -261,15 +270,14 @@ int main(int argc, char** argv) {
   if (next + 1 >= argc || std::string_view(argv[next]) != "--") return usage();
   char** command = argv + next + 1;
 
-  unsetenv("VEXA_DEVICE_ROOT");
-  unsetenv("VEXA_DEVICE_ROOT_MISSING");
-  const Reason reason = enter_device_root(kept, own_network);
-  if (reason.empty()) {
-    setenv("VEXA_DEVICE_ROOT", "1", 1);
-    unsetenv("TMPDIR");  // may name a directory that is hidden now
-  } else {
-    setenv("VEXA_DEVICE_ROOT_MISSING", reason.c_str(), 1);
+  for (const char* name : {"VEXA_DEVICE_ROOT", "VEXA_OWN_NETWORK"}) {
+    unsetenv(name);
+    unsetenv((std::string(name) + "_MISSING").c_str());
   }
+  const Reason reason = enter_device_root(kept);
+  tell("VEXA_DEVICE_ROOT", reason);
+  if (reason.empty()) unsetenv("TMPDIR");  // may name a directory that is hidden now
+  if (own_network) tell("VEXA_OWN_NETWORK", reason.empty() ? vexa_test::enter_own_network() : reason);
   execvp(command[0], command);
   std::fprintf(stderr, "device_root: %s: %s\n", command[0], std::strerror(errno));
   return 127;
