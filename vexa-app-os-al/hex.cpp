@@ -5,17 +5,16 @@
 #include <cstring>
 #include <string_view>
 
+#include "hex_digits.h"
 #include "log/call_site.h"
 #include "vexadm/strings.h"
 
 namespace {
 
-constexpr std::string_view kDigits = "0123456789ABCDEF";
-
 // The value of a digit of either case; -1 for any other character, the terminator included.
 int digit_value(char c) {
   const int upper = std::toupper(static_cast<unsigned char>(c));
-  const std::size_t index = kDigits.find(static_cast<char>(upper));
+  const std::size_t index = vexa::kHexDigits.find(static_cast<char>(upper));
   return index == std::string_view::npos ? -1 : static_cast<int>(index);
 }
 
@@ -49,17 +48,12 @@ int32_t vexa_hex_StringToBinary(const char* hex, uint32_t hex_len, uint8_t* out,
 }
 
 int32_t vexa_hex_BinaryToString(const uint8_t* bin, uint32_t n, char* out, uint32_t out_size) {
-  if (uint64_t{n} * 2 + 1 > out_size) {
+  if (vexa::hex_text_size(n) > out_size) {
     VEXA_LOG(vexa::log::kError, "vexa_hex_BinaryToString",
              "Hex string array (%u) is too small to convert (%u) bytes\n", out_size, n);
     return -1;
   }
-  char* end = out;
-  for (uint32_t i = 0; i < n; ++i) {
-    *end++ = kDigits[bin[i] >> 4];
-    *end++ = kDigits[bin[i] & 0x0F];
-  }
-  *end = '\0';
+  vexa::write_hex_text(bin, n, out);
   return static_cast<int32_t>(n * 2);
 }
 

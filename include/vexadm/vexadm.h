@@ -9,9 +9,11 @@
 #ifndef VEXADM_VEXADM_H
 #define VEXADM_VEXADM_H
 
+#include "address.h"
 #include "data_manager.h"
 #include "export.h"
 #include "log.h"
+#include "netlink.h"
 #include "process.h"
 #include "queue.h"
 #include "storage.h"

@@ -112,9 +112,11 @@ Called* g_called = nullptr;
 std::ostream& operator<<(std::ostream& out, const Operation& operation) { return out << operation.name; }
 
 std::vector<Operation> all_operations() {
-  std::vector<Operation> all = storage_item_operations();
-  for (const auto& part : {storage_file_operations(), manager_operations(), toolbox_operations()}) {
-    all.insert(all.end(), part.begin(), part.end());
+  std::vector<Operation> all;
+  for (const auto part :
+       {storage_item_operations, storage_file_operations, manager_operations, toolbox_operations}) {
+    const std::vector<Operation> operations = part();
+    all.insert(all.end(), operations.begin(), operations.end());
   }
   return all;
 }
