@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: MIT
+// What a netlink socket asks of the kernel: watched, made to fail, or answered in its place, for what
+// the kernel does not send when one wants it. Include it in the one source of a program.
+#ifndef VEXADM_TESTS_NETLINK_CALLS_H
+#define VEXADM_TESTS_NETLINK_CALLS_H
+
+#include <dlfcn.h>
+#include <linux/netlink.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <string>
+
+namespace vexa_test {
+
+// What a receiving call gives in the kernel's place: an error, or a datagram and who sent it. No
+// bytes are the end of the link. Looking at a datagram leaves it there, and may be all that works.
+struct Arrival {
+  int error = 0;
+  std::string bytes = {};
+  std::uint32_t sender = 0;
+  int reading_error = 0;
+};
+
+// Of all sockets of the process; every test is a process of its own.
+struct NetlinkCalls {
+  static inline std::string failing;  // the name of the call that fails, with the error
+  static inline int error = 0;
+  static inline std::function<void(int fd, const std::string& bytes)> before_send;
+  static inline std::function<void(int turn)> before_wait;  // turns count from 1
+  static inline std::deque<Arrival> arrivals;               // before those of the kernel
+  static inline int sends_interrupted = 0;                  // so many that follow
+  static inline int waits_interrupted = 0;
+  static inline int receives = 0;  // by recvmsg
+  static inline int waits = 0;
+
+  static void reset() {
+    failing.clear();
+    before_send = nullptr;
+    before_wait = nullptr;
+    arrivals.clear();
+    sends_interrupted = waits_interrupted = receives = waits = 0;
+  }
+
+  static bool fails(const char* name) {
+    if (failing != name) return false;
+    errno = error;
+    return true;
+  }
+};
+
+inline ssize_t take_arrival(void* into, std::size_t size, int flags, sockaddr_nl* sender) {
+  const Arrival arrival = NetlinkCalls::arrivals.front();
+  const bool only_looks = (flags & MSG_PEEK) != 0;
+  const int error = only_looks || arrival.error != 0 ? arrival.error : arrival.reading_error;
+  if (!only_looks || error != 0 || arrival.bytes.empty()) NetlinkCalls::arrivals.pop_front();
+  if (error != 0) {
+    errno = error;
+    return -1;
+  }
+  const std::size_t count = std::min(size, arrival.bytes.size());
+  if (count > 0) std::memcpy(into, arrival.bytes.data(), count);
+  if (sender != nullptr) {
+    *sender = {};
+    sender->nl_family = AF_NETLINK;
+    sender->nl_pid = arrival.sender;
+  }
+  return static_cast<ssize_t>((flags & MSG_TRUNC) != 0 ? arrival.bytes.size() : count);
+}
+
+}  // namespace vexa_test
+
+#define VEXA_IN_PLACE __attribute__((visibility("default")))
+
+extern "C" {
+
+VEXA_IN_PLACE int socket(int family, int type, int protocol) noexcept {
+  if (vexa_test::NetlinkCalls::fails("socket")) return -1;
+  return static_cast<int>(syscall(SYS_socket, family, type, protocol));
+}
+
+VEXA_IN_PLACE int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
+  if (vexa_test::NetlinkCalls::fails("bind")) return -1;
+  return static_cast<int>(syscall(SYS_bind, fd, address, size));
+}
+
+VEXA_IN_PLACE int setsockopt(int fd, int level, int name, const void* value, socklen_t size) noexcept {
+  if (vexa_test::NetlinkCalls::fails("setsockopt")) return -1;
+  return static_cast<int>(syscall(SYS_setsockopt, fd, level, name, value, size));
+}
+
+VEXA_IN_PLACE ssize_t send(int fd, const void* bytes, size_t size, int flags) {
+  using Calls = vexa_test::NetlinkCalls;
+  if (Calls::fails("send")) return -1;
+  if (Calls::sends_interrupted > 0) {
+    --Calls::sends_interrupted;
+    errno = EINTR;
+    return -1;
+  }
+  if (Calls::before_send) Calls::before_send(fd, std::string(static_cast<const char*>(bytes), size));
+  return syscall(SYS_sendto, fd, bytes, size, flags, nullptr, 0);
+}
+
+VEXA_IN_PLACE ssize_t recvmsg(int fd, msghdr* message, int flags) {
+  using Calls = vexa_test::NetlinkCalls;
+  ++Calls::receives;
+  if (Calls::arrivals.empty()) return syscall(SYS_recvmsg, fd, message, flags);
+  const iovec& data = message->msg_iov[0];
+  return vexa_test::take_arrival(data.iov_base, data.iov_len, flags,
+                                 static_cast<sockaddr_nl*>(message->msg_name));
+}
+
+VEXA_IN_PLACE ssize_t recv(int fd, void* bytes, size_t size, int flags) {
+  if (!vexa_test::NetlinkCalls::arrivals.empty()) return vexa_test::take_arrival(bytes, size, flags, nullptr);
+  return syscall(SYS_recvfrom, fd, bytes, size, flags, nullptr, nullptr);
+}
+
+VEXA_IN_PLACE int epoll_create1(int flags) noexcept {
+  if (vexa_test::NetlinkCalls::fails("epoll_create1")) return -1;
+  return static_cast<int>(syscall(SYS_epoll_create1, flags));
+}
+
+VEXA_IN_PLACE int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
+  if (vexa_test::NetlinkCalls::fails("epoll_ctl")) return -1;
+  return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
+}
+
+VEXA_IN_PLACE int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
+  using Calls = vexa_test::NetlinkCalls;
+  if (Calls::before_wait) Calls::before_wait(++Calls::waits);
+  if (Calls::waits_interrupted > 0) {
+    --Calls::waits_interrupted;
+    errno = EINTR;
+    return -1;
+  }
+  return static_cast<int>(syscall(SYS_epoll_pwait, epoll, events, most, milliseconds, nullptr, 0));
+}
+
+}  // extern "C"
+
+#endif
