@@ -39,7 +39,7 @@ static_assert(kGroups == 0x20100);
 // under a timer of less than two seconds the wait would have no end.
 class QuietTime {
  public:
-  void restart() { end_ms_ = now_ms() + kWaitMs; }
+  void restart() { end_ms_ = now_ms() + 1 + kWaitMs; }  // one more: the one at hand has begun
   int left_ms() const { return static_cast<int>(std::clamp<int64_t>(end_ms_ - now_ms(), 0, kWaitMs)); }
 
  private:
