@@ -4,6 +4,8 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/types.h>
@@ -197,6 +199,17 @@ char* vexa_realpath(const char* path, char* real) VEXA_IN_PLACE_OF("realpath");
 FILE* vexa_fopen64(const char* path, const char* mode) VEXA_IN_PLACE_OF("fopen64");
 FILE* vexa_popen(const char* command, const char* mode) VEXA_IN_PLACE_OF("popen");
 int vexa_system(const char* command) VEXA_IN_PLACE_OF("system");
+int vexa_socket(int family, int type, int protocol) VEXA_IN_PLACE_OF("socket");
+int vexa_bind(int fd, const struct sockaddr* address, socklen_t size) VEXA_IN_PLACE_OF("bind");
+int vexa_setsockopt(int fd, int level, int name, const void* value, socklen_t size)
+    VEXA_IN_PLACE_OF("setsockopt");
+ssize_t vexa_send(int fd, const void* bytes, std::size_t count, int flags) VEXA_IN_PLACE_OF("send");
+ssize_t vexa_recv(int fd, void* bytes, std::size_t count, int flags) VEXA_IN_PLACE_OF("recv");
+ssize_t vexa_recvmsg(int fd, struct msghdr* message, int flags) VEXA_IN_PLACE_OF("recvmsg");
+int vexa_epoll_create1(int flags) VEXA_IN_PLACE_OF("epoll_create1");
+int vexa_epoll_ctl(int epoll, int operation, int fd, struct epoll_event* event) VEXA_IN_PLACE_OF("epoll_ctl");
+int vexa_epoll_wait(int epoll, struct epoll_event* events, int most, int ms) VEXA_IN_PLACE_OF("epoll_wait");
+unsigned vexa_if_nametoindex(const char* name) VEXA_IN_PLACE_OF("if_nametoindex");
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF("nanosleep");
 int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF("clock_gettime");
 
@@ -334,6 +347,57 @@ FILE* vexa_popen(const char* command, const char* mode) {
 
 int vexa_system(const char* command) {
   return or_fail(due("system", command), -1, [&] { return next(&vexa_system, "system")(command); });
+}
+
+int vexa_socket(int family, int type, int protocol) {
+  return or_fail(due("socket", ""), -1,
+                 [&] { return static_cast<int>(syscall(SYS_socket, family, type, protocol)); });
+}
+
+int vexa_bind(int fd, const struct sockaddr* address, socklen_t size) {
+  return or_fail(due("bind", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_bind, fd, address, size)); });
+}
+
+int vexa_setsockopt(int fd, int level, int name, const void* value, socklen_t size) {
+  return or_fail(due("setsockopt", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_setsockopt, fd, level, name, value, size)); });
+}
+
+ssize_t vexa_send(int fd, const void* bytes, std::size_t count, int flags) {
+  return or_fail<ssize_t>(due("send", nullptr, fd), -1,
+                          [&] { return syscall(SYS_sendto, fd, bytes, count, flags, nullptr, 0); });
+}
+
+ssize_t vexa_recv(int fd, void* bytes, std::size_t count, int flags) {
+  return or_fail<ssize_t>(due("recv", nullptr, fd), -1,
+                          [&] { return syscall(SYS_recvfrom, fd, bytes, count, flags, nullptr, nullptr); });
+}
+
+ssize_t vexa_recvmsg(int fd, struct msghdr* message, int flags) {
+  return or_fail<ssize_t>(due("recvmsg", nullptr, fd), -1,
+                          [&] { return syscall(SYS_recvmsg, fd, message, flags); });
+}
+
+int vexa_epoll_create1(int flags) {
+  return or_fail(due("epoll_create1", ""), -1,
+                 [&] { return static_cast<int>(syscall(SYS_epoll_create1, flags)); });
+}
+
+int vexa_epoll_ctl(int epoll, int operation, int fd, struct epoll_event* event) {
+  return or_fail(due("epoll_ctl", nullptr, epoll), -1,
+                 [&] { return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event)); });
+}
+
+int vexa_epoll_wait(int epoll, struct epoll_event* events, int most, int ms) {
+  return or_fail(due("epoll_wait", nullptr, epoll), -1, [&] {
+    return static_cast<int>(syscall(SYS_epoll_pwait, epoll, events, most, ms, nullptr, 0));
+  });
+}
+
+unsigned vexa_if_nametoindex(const char* name) {
+  return or_fail(due("if_nametoindex", name), 0U,
+                 [&] { return next(&vexa_if_nametoindex, "if_nametoindex")(name); });
 }
 
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) {

@@ -103,6 +103,23 @@ constexpr std::string_view kLines[] = {
     "3 oem_hex_BinaryToString|Hex string array (4) is too small to convert (4) bytes\n",
     "3 oem_string_memcpy|Invalid string parameter.\n",
     "3 dir_make_path|Could not create directory '/data/a/b/c'.\n",
+    // The network
+    "3 oem_get_ipv6_default_gw|couldn't open NETLINK_ROUTE socket:<any>\n",
+    "3 oem_get_ipv6_default_gw|couldn't bind:<any>\n",
+    "3 oem_get_ipv6_default_gw|Failed to perfom request\n",
+    "3 oem_rtnl_receive|Can't receive from socket:<any>\n",
+    "3 oem_rtnl_recvmsg|oem_MALLOC failed\n",
+    "3 oem_dump_route|Can't map iface name(<any>) to index\n",
+    "3 oem_dump_route|Wrong message length:20:-8:28\n",
+    "3 oem_check_global_ipv6_addr|if_nametoindex failed:wan0\n",
+    "3 oem_check_global_ipv6_addr|epoll create failure:<any>\n",
+    "3 oem_check_global_ipv6_addr|couldn't open NETLINK_ROUTE socket:<any>\n",
+    "3 oem_check_global_ipv6_addr|couldn't bind:<any>\n",
+    "3 oem_check_global_ipv6_addr|epoll add sock_fd error\n",
+    "3 oem_epoll_event_handle|Timeout to wait for IPv6 event\n",
+    "3 ConvertIPv4NumToStr|ipStr size is 15; must be at least 16\n",
+    "3 ConvertIPv6NumToStr|input ipNum is NULL now !!!\n",
+    "3 Is_valid_Mac|No Match!!! \n",
 };
 
 }  // namespace
@@ -113,8 +130,8 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation) { return
 
 std::vector<Operation> all_operations() {
   std::vector<Operation> all;
-  for (const auto part :
-       {storage_item_operations, storage_file_operations, manager_operations, toolbox_operations}) {
+  for (const auto part : {storage_item_operations, storage_file_operations, manager_operations,
+                          toolbox_operations, network_operations}) {
     const std::vector<Operation> operations = part();
     all.insert(all.end(), operations.begin(), operations.end());
   }
