@@ -10,8 +10,11 @@
 #define VEXADM_VEXADM_H
 
 #include "address.h"
+#include "clock.h"
+#include "command_data.h"
 #include "data_manager.h"
 #include "export.h"
+#include "identity.h"
 #include "log.h"
 #include "netlink.h"
 #include "process.h"
@@ -20,5 +23,6 @@
 #include "strings.h"
 #include "symtab.h"
 #include "types.h"
+#include "watch_log.h"
 
 #endif
