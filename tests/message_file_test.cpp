@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "support/device_fixture.h"
+#include "support/failing_calloc.h"
+#include "support/log_text.h"
+#include "vexadm/watch_log.h"
+
+// ---- A clock that stands still ----------------------------------------------
+
+namespace {
+
+timeval g_now = {-1, 0};  // negative: read the real one
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
+  if (g_now.tv_sec >= 0) {
+    *now = g_now;
+    return 0;
+  }
+  timespec precise = {};
+  clock_gettime(CLOCK_REALTIME, &precise);
+  *now = {precise.tv_sec, precise.tv_nsec / 1000};
+  return 0;
+}
+
+namespace {
+
+using ::testing::MatchesRegex;
+using vexa_test::log_is;
+using vexa_test::LogCapture;
+
+constexpr const char* kFile = "/tmp/messages";
+constexpr const char* kSystem = "oem_system_call";
+
+class MessageFile : public vexa_test::DeviceTest {
+ protected:
+  void SetUp() override {
+    DeviceTest::SetUp();
+    if (IsSkipped()) return;
+    stop_clock();
+  }
+  void TearDown() override {
+    g_now = {-1, 0};
+    use_zone("UTC0");
+    if (!IsSkipped()) unlink(kFile);
+  }
+  // 2024-02-29 12:34:56.789999 UTC
+  static void stop_clock() { g_now = {1709210096, 789999}; }
+  static void use_zone(const char* zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+  }
+  std::array<char, 4220> buf = {};
+  LogCapture log;
+};
+
+constexpr const char* kStamp = "[2024-02-29 12:34:56.789]";
+
+// ---- Plain ------------------------------------------------------------------
+
+TEST_F(MessageFile, HasTimeAndMessage) {
+  EXPECT_EQ(vexa_write_msg2file(kFile, "hello world"), 0);
+  EXPECT_EQ(vexa_write_msg2file(kFile, ""), 0);
+  EXPECT_EQ(read_file(kFile), std::string(kStamp) + "hello world\n" + kStamp + "\n");
+  EXPECT_TRUE(
+      log.has(0, kSystem, "System call: echo \"[2024-02-29 12:34:56.789]hello world\" >> /tmp/messages\n"));
+}
+
+TEST_F(MessageFile, HasLocalTime) {
+  use_zone("XYZ-5:30");
+  EXPECT_EQ(vexa_write_msg2file(kFile, "hello"), 0);
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, "f", "hello"), 0);
+  EXPECT_EQ(read_file(kFile), "[2024-02-29 18:04:56.789]hello\n[2024-02-29 18:04:56.789]f: hello\n");
+}
+
+TEST_F(MessageFile, HasThreeDigitsOfMilliseconds) {
+  g_now.tv_usec = 7999;
+  vexa_write_msg2file(kFile, "");
+  EXPECT_EQ(read_file(kFile), "[2024-02-29 12:34:56.007]\n");
+}
+
+TEST_F(MessageFile, HasTheTimeOfTheClock) {
+  g_now = {-1, 0};
+  const std::time_t before = std::time(nullptr);
+  vexa_write_msg2file(kFile, "");
+  const std::string text = read_file(kFile);
+  std::tm fields = {};
+  ASSERT_NE(strptime(text.c_str(), "[%Y-%m-%d %H:%M:%S", &fields), nullptr) << text;
+  const std::time_t stamped = timegm(&fields);
+  EXPECT_GE(stamped, before);
+  EXPECT_LE(stamped, std::time(nullptr));
+}
+
+TEST_F(MessageFile, GivesTheMessageToTheShellAsItIs) {
+  EXPECT_EQ(vexa_write_msg2file(kFile, "$((6 * 7)) \\\"quoted\\\" `echo run`"), 0);
+  EXPECT_EQ(vexa_write_msg2file(kFile, "a\" ; echo \"b"), 0);
+  EXPECT_EQ(read_file(kFile), std::string(kStamp) + "42 \"quoted\" run\nb\n");
+}
+
+TEST_F(MessageFile, GivesTheShellsStatus) {
+  EXPECT_EQ(vexa_write_msg2file("/tmp/missing/file", "hello"), 2 << 8);
+  EXPECT_EQ(vexa_write_msg2file(kFile, "\"; exit 3 #"), 3 << 8);
+  EXPECT_EQ(log_count(log, "3 oem_system_call|run shell script fail=768, script exit code: 3\n"), 1u);
+  EXPECT_FALSE(exists(kFile));
+}
+
+TEST_F(MessageFile, TakesACommandOf2047Bytes) {
+  const std::string message(2011 - std::strlen(kFile), 'm');
+  EXPECT_EQ(vexa_write_msg2file(kFile, message.c_str()), 0);
+  EXPECT_EQ(read_file(kFile), kStamp + message + "\n");
+}
+
+TEST_F(MessageFile, DoesNotRunALongerCommandThatWasCut) {
+  const std::string message(2012 - std::strlen(kFile), 'm');
+  EXPECT_EQ(vexa_write_msg2file(kFile, message.c_str()), -1);
+  EXPECT_EQ(vexa_write_msg2file(kFile, std::string(9000, 'm').c_str()), -1);
+  EXPECT_FALSE(exists(kFile));
+  EXPECT_FALSE(exists("/tmp/message"));  // what is left of the path
+  EXPECT_TRUE(log_is(log, {"3 oem_system_call|System call length mismatch: 2048 != 2047\n",
+                           "3 oem_system_call|System call length mismatch: 9049 != 2047\n"}));
+}
+
+TEST_F(MessageFile, WithoutPathOrMessageIsRefused) {
+  EXPECT_EQ(vexa_write_msg2file(nullptr, "hello"), -1);
+  EXPECT_EQ(vexa_write_msg2file(kFile, nullptr), -1);
+  EXPECT_FALSE(exists(kFile));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+// ---- With a function's name -------------------------------------------------
+
+TEST_F(MessageFile, HasTheFunctionAsItIsShown) {
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, "vexa_dm_write", "%s %d", "text", 5), 0);
+  EXPECT_EQ(read_file(kFile), std::string(kStamp) + "oem_dm_write: text 5\n");
+  EXPECT_STREQ(buf.data(), "text 5");
+}
+
+TEST_F(MessageFile, IsCutTo4219Characters) {
+  std::string bytes(4221, '#');
+  const std::string message(5000, 'm');
+  EXPECT_EQ(vexa_write_msg2file_ex(bytes.data(), kFile, "f", "%s", message.c_str()), 0);
+  EXPECT_EQ(bytes, message.substr(0, 4219) + '\0' + '#');
+  EXPECT_EQ(read_file(kFile), std::string(kStamp) + "f: " + message.substr(0, 4219) + "\n");
+}
+
+TEST_F(MessageFile, HasALineOf8439Characters) {
+  const std::string name(9000, 'n');
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, name.c_str(), "text"), 0);
+  EXPECT_EQ(read_file(kFile), kStamp + name.substr(0, 8439 - 25) + "\n");
+}
+
+TEST_F(MessageFile, DoesNotRunACommandOfMoreThan12659Bytes) {
+  const std::string path = "/tmp/" + std::string(13000, 'p');
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), path.c_str(), "f", "text"), -1);
+  EXPECT_TRUE(log_is(log, {"3 oem_system_call|System call length mismatch: 13048 != 12659\n"}));
+}
+
+TEST_F(MessageFile, HasAnEmptyLineWithoutAName) {
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, nullptr, "text"), 0);
+  EXPECT_EQ(read_file(kFile), "\n");
+  EXPECT_STREQ(buf.data(), "text");
+}
+
+TEST_F(MessageFile, IsNotWrittenWithoutMemory) {
+  VEXA_NEEDS_OWN_CALLOC();
+  for (const std::size_t size : {std::size_t{8440}, std::size_t{12660}}) {
+    const vexa_test::FailingCalloc failing(size);
+    EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, "f", "text"), 0) << size;
+    EXPECT_STREQ(buf.data(), "text");
+  }
+  EXPECT_FALSE(exists(kFile));
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(MessageFile, BuiltInZeroedMemoryOfDocumentedSize) {
+  VEXA_NEEDS_OWN_CALLOC();
+  const vexa_test::CallocSpy line(8440);
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, "f", "text"), 0);
+  EXPECT_NE(line.block(), nullptr);
+}
+
+TEST_F(MessageFile, WithoutBufferPathOrFormatIsRefused) {
+  EXPECT_EQ(vexa_write_msg2file_ex(nullptr, kFile, "f", "text"), -1);
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), nullptr, "f", "text"), -1);
+  EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, "f", nullptr), -1);
+  EXPECT_FALSE(exists(kFile));
+}
+
+}  // namespace
