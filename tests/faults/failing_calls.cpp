@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysinfo.h>
 #include <sys/types.h>
 #include <time.h>
 #include <unistd.h>
@@ -210,6 +211,7 @@ int vexa_epoll_create1(int flags) VEXA_IN_PLACE_OF("epoll_create1");
 int vexa_epoll_ctl(int epoll, int operation, int fd, struct epoll_event* event) VEXA_IN_PLACE_OF("epoll_ctl");
 int vexa_epoll_wait(int epoll, struct epoll_event* events, int most, int ms) VEXA_IN_PLACE_OF("epoll_wait");
 unsigned vexa_if_nametoindex(const char* name) VEXA_IN_PLACE_OF("if_nametoindex");
+int vexa_sysinfo(struct sysinfo* info) VEXA_IN_PLACE_OF("sysinfo");
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF("nanosleep");
 int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF("clock_gettime");
 
@@ -398,6 +400,10 @@ int vexa_epoll_wait(int epoll, struct epoll_event* events, int most, int ms) {
 unsigned vexa_if_nametoindex(const char* name) {
   return or_fail(due("if_nametoindex", name), 0U,
                  [&] { return next(&vexa_if_nametoindex, "if_nametoindex")(name); });
+}
+
+int vexa_sysinfo(struct sysinfo* info) {
+  return or_fail(due("sysinfo", ""), -1, [&] { return static_cast<int>(syscall(SYS_sysinfo, info)); });
 }
 
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) {

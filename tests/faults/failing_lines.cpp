@@ -120,6 +120,15 @@ constexpr std::string_view kLines[] = {
     "3 ConvertIPv4NumToStr|ipStr size is 15; must be at least 16\n",
     "3 ConvertIPv6NumToStr|input ipNum is NULL now !!!\n",
     "3 Is_valid_Mac|No Match!!! \n",
+    // Identity, clocks, message files
+    "3 odm_get_value_from_string|Only containe space in \n",
+    "3 __oem_get_project_name_cmdline|Could not find oem.project in <any>\n",
+    "3 oem_ping_state|>>>ping status:fail>>>\n",
+    "3 oem_system_call_ex|system command failed\n",
+    "3 oem_system_call_ex|system command failed, rc=<any> errno: <any>\n",
+    "3 get_linuxuptime|info.uptime is -1\n",
+    "3 oem_system_call|system error!\n",
+    "3 oem_system_call|run shell script fail=32512, script exit code: 127\n",
 };
 
 }  // namespace
@@ -131,7 +140,7 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation) { return
 std::vector<Operation> all_operations() {
   std::vector<Operation> all;
   for (const auto part : {storage_item_operations, storage_file_operations, manager_operations,
-                          toolbox_operations, network_operations}) {
+                          toolbox_operations, network_operations, identity_operations}) {
     const std::vector<Operation> operations = part();
     all.insert(all.end(), operations.begin(), operations.end());
   }

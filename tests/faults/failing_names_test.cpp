@@ -85,6 +85,7 @@ const Names kCannotFail = {"_ITM_deregisterTMCloneTable",
                            "__stack_chk_fail",
                            "abort",
                            "free",
+                           "freelocale",
                            "getpid",
                            "gettimeofday",
                            "gmtime_r",
@@ -92,11 +93,14 @@ const Names kCannotFail = {"_ITM_deregisterTMCloneTable",
                            "inet_pton",
                            "isspace",
                            "isxdigit",
+                           "localtime_r",
                            "memchr",
                            "memcmp",
                            "memcpy",
                            "memmove",
                            "memset",
+                           "mktime",
+                           "newlocale",
                            "pause",
                            "pthread_mutex_destroy",
                            "pthread_mutex_init",
@@ -120,16 +124,19 @@ const Names kCannotFail = {"_ITM_deregisterTMCloneTable",
                            "strncmp",
                            "strnlen",
                            "strrchr",
+                           "strspn",
                            "strstr",
+                           "strtod",
                            "strtol",
                            "syscall",
                            "time",
                            "toupper",
+                           "uselocale",
                            "vsnprintf"};
 
 // Made to fail where they reach the kernel.
 const Names kBelow = {"clearerr", "fclose", "ferror", "fflush", "fprintf", "fputc",
-                      "fread",    "fwrite", "pclose", "printf", "puts"};
+                      "fread",    "fwrite", "pclose", "printf", "puts",    "vfprintf"};
 
 // Ask for memory by malloc.
 const Names kAllocate = {"regcomp", "regexec", "strdup"};

@@ -69,6 +69,7 @@ std::vector<Operation> storage_file_operations();
 std::vector<Operation> manager_operations();
 std::vector<Operation> toolbox_operations();
 std::vector<Operation> network_operations();
+std::vector<Operation> identity_operations();
 std::vector<Operation> all_operations();
 std::vector<Operation> operations_where(bool (*wanted)(const Operation&));
 

@@ -78,7 +78,8 @@ inline std::string text_of_line(std::string_view line) {
                  std::string(site.substr(0, space)), std::atoi(std::string(site.substr(space + 1)).c_str()),
                  std::string(line.substr(message + 3))};
   // As it is where memory for the shown form is short.
-  if (parsed.function.starts_with("vexa")) parsed.function.replace(0, 4, "oem");
+  const auto vendor = parsed.function.find("vexa");
+  if (vendor != std::string::npos) parsed.function.replace(vendor, 4, "oem");
   return log_text(parsed);
 }
 
