@@ -21,16 +21,21 @@
 
 namespace {
 
-bool g_watching = false;
-std::array<const void*, 32> g_freed;
-std::size_t g_freed_count = 0;
+struct Freed {
+  bool watching = false;
+  std::array<const void*, 32> blocks = {};
+  std::size_t count = 0;
+};
+Freed g_freed;
 
 }  // namespace
 
 #if VEXA_TEST_OWN_CALLOC
 extern "C" void __libc_free(void* block);
 extern "C" __attribute__((visibility("default"))) void free(void* block) noexcept {
-  if (g_watching && block != nullptr && g_freed_count < g_freed.size()) g_freed[g_freed_count++] = block;
+  if (g_freed.watching && block != nullptr && g_freed.count < g_freed.blocks.size()) {
+    g_freed.blocks[g_freed.count++] = block;
+  }
   __libc_free(block);
 }
 #endif
@@ -57,14 +62,14 @@ vexa_cmd_q_data* record_of(std::int32_t type, void* payload) {
 Blocks freed_by(vexa_cmd_q_data* record, const Blocks& expected) {
   const std::int32_t level = vexa_get_log_level();
   vexa_set_log_level(4);
-  g_freed_count = 0;
-  g_watching = true;
+  g_freed.count = 0;
+  g_freed.watching = true;
   vexa_free_cmd_q_data(record);
-  g_watching = false;
+  g_freed.watching = false;
   vexa_set_log_level(level);
 #if VEXA_TEST_OWN_CALLOC
-  EXPECT_EQ(g_freed_count, expected.size());
-  return Blocks(g_freed.begin(), g_freed.begin() + static_cast<std::ptrdiff_t>(g_freed_count));
+  EXPECT_EQ(g_freed.count, expected.size());
+  return Blocks(g_freed.blocks.begin(), g_freed.blocks.begin() + static_cast<std::ptrdiff_t>(g_freed.count));
 #else
   return expected;
 #endif
