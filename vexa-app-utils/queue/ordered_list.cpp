@@ -112,7 +112,7 @@ void ordered_list_push_after(ordered_list_header* list, ordered_list_link* link,
   link->prev = existing;
   link->next = existing->next;
   existing->next = link;
-  (list->tail == existing ? list->tail : link->next->prev) = link;
+  (link->next ? link->next->prev : list->tail) = link;
   ++list->count;
 }
 
@@ -123,7 +123,7 @@ void ordered_list_push_before(ordered_list_header* list, ordered_list_link* link
   link->next = existing;
   link->prev = existing->prev;
   existing->prev = link;
-  (list->head == existing ? list->head : link->prev->next) = link;
+  (link->prev ? link->prev->next : list->head) = link;
   ++list->count;
 }
 
