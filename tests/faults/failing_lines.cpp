@@ -129,6 +129,24 @@ constexpr std::string_view kLines[] = {
     "3 get_linuxuptime|info.uptime is -1\n",
     "3 oem_system_call|system error!\n",
     "3 oem_system_call|run shell script fail=32512, script exit code: 127\n",
+    // The parameter database
+    "3 open_sqlite_db|Error, db:<any> couldn't access.\n",
+    "3 open_sqlite_db|Error, db:<any> open failed:<any>.\n",
+    "3 oem_system_call|System call length mismatch: 0 != 87\n",
+    "3 update_item_to_db|Error, db:<any> open_sqlite_db return faild.\n",
+    "3 update_item_to_db|Error, sqlite3_get_table run faild, sql_cmd:[<any>], db err:[<any>].\n",
+    "3 update_item_to_db|Error, sql_cmd err info:[<any>].\n",
+    "3 search_by_table|Error, open_sqlite_db return faild.\n",
+    "3 search_by_table|Error, sqlite3_get_table run faild, sql_cmd:[<any>], db err:[<any>].\n",
+    "3 search_by_table|Error, sql_cmd err info:[<any>].\n",
+    "3 oem_db_query_db_init_struct|Error, db:<any> search_by_table return failed. sql_cmd:select <any>\n",
+    "3 oem_db_update_db_from_struct|Error, tbl_name:t update key:[<any>] failed.\n",
+    "3 __oem_db_get_factory_value|Error, db:<any> search_by_table return failed.\n",
+    "3 __vexa_db_get_factory_value|Error, db:<any> search_by_table return failed.\n",  // no memory to rewrite
+    "3 oem_db_get_value|Error, db:<any> search_by_table return failed.\n",
+    "3 oem_db_exec_cmd|Error, db:<any> open_sqlite_db return faild.\n",
+    "3 oem_db_exec_cmd|Error, sqlite3_get_table run faild, sql_cmd:[<any>], db err:[<any>].\n",
+    "3 oem_db_exec_cmd|Error, sql_cmd err info:[<any>].\n",
 };
 
 }  // namespace
@@ -139,8 +157,9 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation) { return
 
 std::vector<Operation> all_operations() {
   std::vector<Operation> all;
-  for (const auto part : {storage_item_operations, storage_file_operations, manager_operations,
-                          toolbox_operations, network_operations, identity_operations}) {
+  for (const auto part :
+       {storage_item_operations, storage_file_operations, manager_operations, toolbox_operations,
+        network_operations, identity_operations, list_operations, param_operations}) {
     const std::vector<Operation> operations = part();
     all.insert(all.end(), operations.begin(), operations.end());
   }

@@ -42,6 +42,9 @@ struct Operation {
   std::int64_t (*run)();        // the result code; allocates nothing of its own
   void (*after)() = nullptr;    // gives back what before() took
   std::vector<Answer> answers;
+  // Once nothing fails any more: gives back what the contract lets a failure keep, and looks whether
+  // what the result promises is there. The result code, or another one where it is not.
+  std::int64_t (*settle)(std::int64_t result) = nullptr;
   // True when what the undisturbed result promises is there. Where it is not, although that result
   // was given, the case is one of those that the caveats name; "" for an item that is written,
   // whose state tells which one.
@@ -70,6 +73,8 @@ std::vector<Operation> manager_operations();
 std::vector<Operation> toolbox_operations();
 std::vector<Operation> network_operations();
 std::vector<Operation> identity_operations();
+std::vector<Operation> list_operations();
+std::vector<Operation> param_operations();
 std::vector<Operation> all_operations();
 std::vector<Operation> operations_where(bool (*wanted)(const Operation&));
 

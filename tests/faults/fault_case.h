@@ -146,6 +146,7 @@ class FaultRun {
       const Injector injector(plan);
       report.result = operation_.run();
     }
+    if (operation_.settle != nullptr) report.result = operation_.settle(report.result);
     report.blocks = live_blocks() - blocks;
     report.seen = Injector::seen();
     report.failed = Injector::failed();
