@@ -77,10 +77,19 @@ class Collected {
   uint32_t length_ = 0;
 };
 
-// The shell's time to produce its output. A signal does not shorten it.
+int64_t monotonic_ns() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+}
+
+// The shell's time to produce its output. Signals do not shorten it; nor do they lengthen it, as they
+// would if each one began the rest of the pause anew.
 void sleep_one_second() {
-  timespec left = {1, 0};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+  const int64_t end = monotonic_ns() + 1000000000;
+  for (int64_t left = 1000000000; left > 0; left = end - monotonic_ns()) {
+    const timespec pause = {static_cast<time_t>(left / 1000000000), static_cast<long>(left % 1000000000)};
+    nanosleep(&pause, nullptr);
   }
 }
 
@@ -113,7 +122,7 @@ int32_t vexa_system_call(const char* cmd, uint32_t cmd_len) {
 
 int32_t vexa_system_call_var_arg(char* buf, uint32_t buf_size, const char* fmt, ...) {
   int length = -1;
-  if (buf && buf_size > 0) {
+  if (buf && buf_size > 0 && fmt) {
     std::va_list values;
     va_start(values, fmt);
     length = std::vsnprintf(buf, buf_size, fmt, values);

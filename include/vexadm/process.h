@@ -37,7 +37,8 @@ VEXA_BEGIN_DECLS
  *             not be started, or cmd is NULL ("system error!\n")
  * @return otherwise the wait status as waitpid() gives it, logged with the exit
  *         code: an exit code of 3 is 768 ("run shell script fail=%d, script exit
- *         code: %d\n"); ended by a signal, its number, with 128 more for a core
+ *         code: %d\n"), and 127 may also mean that system() had no process for the
+ *         shell; ended by a signal, its number, with 128 more for a core
  *         dump ("result=%d, exit status = [%d]\n")
  * @note Before the run "System call: %s\n" is logged at level 0. Signals during
  *       the call are system()'s: SIGINT and SIGQUIT are ignored, SIGCHLD waits.
@@ -51,8 +52,8 @@ VEXA_API int32_t vexa_system_call(const char *cmd, uint32_t cmd_len);
  * @param buf_size  capacity of buf in bytes, at least 1. A longer command line is
  *                  cut, and run as far as it goes
  * @param fmt       printf format, followed by its values
- * @return as vexa_system_call(), whose messages it logs; -1 also when buf is NULL
- *         or buf_size is 0, or the format fails ("system error!\n")
+ * @return as vexa_system_call(), whose messages it logs; -1 also when buf or
+ *         fmt is NULL, buf_size is 0, or the format fails ("system error!\n")
  */
 VEXA_API int32_t vexa_system_call_var_arg(char *buf, uint32_t buf_size, const char *fmt, ...)
     VEXA_PRINTF(3, 4);
@@ -115,7 +116,7 @@ VEXA_API int32_t vexa_popen_call_ex(const char *cmd, char *result, uint32_t resu
  * Counts processes by "ps | grep -v grep | grep -c NAME".
  *
  * @param name  what to look for anywhere in a line of ps: a pattern of grep, part of
- *              a shell command. The command has 127 characters, so at most 95
+ *              a shell command. The command has 127 characters, so at most 99
  * @return how many lines have it, 0 when none; 0 also when the shell could not be
  *         started; -1 when nothing was printed, name is NULL or too long: a cut
  *         name would count other processes

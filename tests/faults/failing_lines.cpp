@@ -147,6 +147,14 @@ constexpr std::string_view kLines[] = {
     "3 oem_db_exec_cmd|Error, db:<any> open_sqlite_db return faild.\n",
     "3 oem_db_exec_cmd|Error, sqlite3_get_table run faild, sql_cmd:[<any>], db err:[<any>].\n",
     "3 oem_db_exec_cmd|Error, sql_cmd err info:[<any>].\n",
+    // Commands
+    "3 oem_system_call|system error!\n",
+    "3 oem_system_call|run shell script fail=32512, script exit code: 127\n",
+    "3 oem_system_call_ex|system command failed\n",
+    "3 oem_system_call_ex|system command failed, rc=-1 errno: <any>\n",
+    "3 oem_popen_call|popen call:echo one; echo two fail[<any>]\n",
+    "3 oem_popen_call|result_str is NULL!",
+    "3 oem_popen_call_ex|popen call:echo one; echo two fail[<any>]\n",
 };
 
 }  // namespace
@@ -158,8 +166,8 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation) { return
 std::vector<Operation> all_operations() {
   std::vector<Operation> all;
   for (const auto part :
-       {storage_item_operations, storage_file_operations, manager_operations, toolbox_operations,
-        network_operations, identity_operations, list_operations, param_operations}) {
+       {storage_item_operations, storage_file_operations, manager_operations, process_operations,
+        toolbox_operations, network_operations, identity_operations, list_operations, param_operations}) {
     const std::vector<Operation> operations = part();
     all.insert(all.end(), operations.begin(), operations.end());
   }

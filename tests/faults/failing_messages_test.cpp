@@ -173,6 +173,33 @@ std::vector<Failure> all_failures() {
        2,
        {"3 dm_read_db|" + kCannotOpen, "3 dm_read_db|" + kCannotOpen, "3 dm_read_db|" + kCannotOpen,
         "3 sqlite_chk_db_ver_match|tmp_sqlite_ver read fail\n"}},
+      {"SystemCallWithoutAProcess",
+       nth(1, EAGAIN, "system"),
+       [] { return std::int64_t{vexa_system_call("true", 4)}; },
+       -1,
+       {"3 oem_system_call|system error!\n"}},
+      {"SystemCallForACodeWithoutAProcess",
+       nth(1, EAGAIN, "popen"),
+       [] { return std::int64_t{vexa_system_call_ex("true", 4)}; },
+       -1,
+       {"3 oem_system_call_ex|system command failed\n",
+        "3 oem_system_call_ex|system command failed, rc=-1 errno: 11\n"}},
+      {"OutputWithoutAProcess",
+       nth(1, EAGAIN, "popen"),
+       [] {
+         char output[8] = {};
+         return std::int64_t{vexa_popen_call("true", output, sizeof output)};
+       },
+       -1,
+       {"3 oem_popen_call|popen call:true fail[Resource temporarily unavailable]\n"}},
+      {"OutputLaterWithoutAProcess",
+       nth(1, EAGAIN, "popen"),
+       [] {
+         char output[8] = {};
+         return std::int64_t{vexa_popen_call_ex("true", output, sizeof output)};
+       },
+       -1,
+       {"3 oem_popen_call_ex|popen call:true fail[Resource temporarily unavailable]\n"}},
       {"DirectoriesOnAFullStorage",
        nth(2, ENOSPC, "mkdir"),
        [] { return std::int64_t{dir_make_path("/data/a/b", 0755)}; },

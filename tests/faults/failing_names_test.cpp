@@ -143,8 +143,8 @@ const Names kCannotFail = {"_ITM_deregisterTMCloneTable",
                            "vsnprintf"};
 
 // Made to fail where they reach the kernel.
-const Names kBelow = {"clearerr", "fclose", "ferror", "fflush", "fprintf", "fputc",
-                      "fread",    "fwrite", "pclose", "printf", "puts",    "vfprintf"};
+const Names kBelow = {"clearerr", "fclose", "ferror", "fflush", "fgetc", "fprintf", "fputc",
+                      "fread",    "fwrite", "pclose", "printf", "puts",  "vfprintf"};
 
 // Ask for memory by malloc.
 const Names kAllocate = {"regcomp", "regexec", "strdup"};

@@ -70,6 +70,7 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation);
 std::vector<Operation> storage_item_operations();
 std::vector<Operation> storage_file_operations();
 std::vector<Operation> manager_operations();
+std::vector<Operation> process_operations();
 std::vector<Operation> toolbox_operations();
 std::vector<Operation> network_operations();
 std::vector<Operation> identity_operations();
