@@ -63,7 +63,7 @@ class OrderedList : public ::testing::Test {
  protected:
   void SetUp() override { ordered_list_init(&list_, 1, 4096); }
   void TearDown() override {
-    EXPECT_FALSE(is_locked(list_));
+    EXPECT_FALSE(list_.initialised == 1 && is_locked(list_));
     EXPECT_FALSE(other_.initialised == 1 && is_locked(other_));
   }
   // Keys 10, 20, 30, 40.
