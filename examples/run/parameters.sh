@@ -1,3 +1,4 @@
+#!/bin/sh
 # SPDX-License-Identifier: MIT
 # The directory comes with the image of a device, and so do the database files.
 mkdir -p /data/vexa-resource/sqlite3 &&

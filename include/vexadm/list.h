@@ -93,7 +93,8 @@ VEXA_API uint32_t list_size(list_header *list);
 /** @return the first link, which stays in the list; NULL when the list is empty */
 VEXA_API list_link *list_peek_front(list_header *list);
 
-/** @return the last link, which stays in the list; NULL when the list is empty or has none (see list_merge()) */
+/** @return the last link, which stays in the list; NULL when the list is empty or has none (see list_merge())
+ */
 VEXA_API list_link *list_peek_back(list_header *list);
 
 /**

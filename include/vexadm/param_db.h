@@ -258,8 +258,7 @@ VEXA_API uint32_t vexa_db_close_sqlite(void);
  * Does not restore the user database: it builds the command that would copy the
  * factory database over it, and announces its length as 0, so that
  * vexa_system_call() refuses it ("System call length mismatch: %d != %d\n").
- * Programs of the framework call this at start; a copy would take the user's
- * settings with it.
+ * The user database stays as it is.
  * @return 0; 1 would say that the copy ran
  */
 VEXA_API uint32_t vexa_db_restore_factory(void);

@@ -72,8 +72,8 @@ VEXA_API uint32_t vexa_cmn_sem_post(vexa_cmn_sem *sem);
  * @retval 0 taken
  * @retval 1 sem is NULL; or the wait ended before its time with nothing to take:
  *           woken for no reason, an event that another thread took first, or a
- *           timeout that is none (microseconds below 0 or from 2000000 on may not
- *           make a valid deadline; the call then does not wait). A timed wait does
+ *           timeout that is none (microseconds below 0 or above 1000000 may not make
+ *           a valid deadline; the call then does not wait). A timed wait does
  *           not wait again; the caller decides
  * @retval 2 timed out, also for a deadline in the past ("Timed out waiting!\n",
  *           level 1)

