@@ -10,6 +10,7 @@
 #include <unistd.h>
 #include <vexadm/netlink.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -117,8 +118,9 @@ bool ask_kernel(char* gateway) {
   own.nl_family = AF_NETLINK;
   bind(fd, reinterpret_cast<sockaddr*>(&own), sizeof own);
   send(fd, &request, sizeof request, 0);
-  recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
-  const ssize_t size = recv(fd, answer, sizeof answer, 0);
+  // With a larger buffer the kernel would go on with a larger piece of its table.
+  const ssize_t pending = recv(fd, nullptr, 0, MSG_PEEK | MSG_TRUNC);
+  const ssize_t size = recv(fd, answer, std::min(static_cast<std::size_t>(pending), sizeof answer), 0);
   close(fd);
   gateway[0] = '\0';
   const nlmsghdr* at = nullptr;
