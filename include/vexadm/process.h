@@ -134,6 +134,73 @@ VEXA_API int32_t vexa_check_process_exist(const char *name);
  */
 VEXA_API int32_t get_flash_type(void);
 
+/* ---- Without a shell ----------------------------------------------------- */
+
+/**
+ * Runs one program of a list, takes its output, and kills it when it hangs.
+ *
+ * The command line is split at blanks; nothing is quoted or expanded. Its first
+ * word says what runs:
+ *
+ * | first word            | program                                        |
+ * |-----------------------|------------------------------------------------|
+ * | iptables, ip6tables   | that one of "/usr/sbin/"                       |
+ * | ip, ifconfig, tc      | that one of "/sbin/"                           |
+ * | rm, echo, ls, sleep   | that one of "/bin/"                            |
+ * | ndc                   | "ndc", searched for in PATH                    |
+ * | a word with "/bin" or | itself. Any place in the word counts: programs |
+ * | "/sbin" in it         | below "/data/app/bin" run, "/data/binary" too  |
+ *
+ * Standard output and standard error of the program are one stream, which lands
+ * in result as it was written. Two seconds without a byte, counted afresh from
+ * each one, and the program is killed; one that keeps writing may run for any
+ * time. The call goes on until the output has ended and the program, with every
+ * process that it has started and left behind, has ended too; such a process is
+ * one that the two seconds apply to as well, but only the program is killed.
+ *
+ * @param command      at most 511 characters and 31 words
+ * @param command_len  not looked at
+ * @param result       receives the first result_len - 1 bytes, terminated after
+ *                     each; the rest is read and dropped. Left as it is when there is
+ *                     no output: clear it before. NULL drops everything
+ * @param result_len   capacity of result in bytes; above 2147483648 nothing is stored
+ * @param verbose      nonzero logs the command first: "(): Executing command \"%s\"\n"
+ * @retval 0   the program exited with 0
+ * @retval -1  not started: command is NULL, empty, or not on the list (nothing is
+ *             logged); 512 characters or more ("unable to re-direct stderr: command
+ *             string too long.Command string was: %s\n", level 3, under
+ *             "vexa_ds_system_call3"); no memory, pipe or process
+ * @retval -1  started: exit code other than 0, 255 among them for a program that
+ *             cannot be executed and for 32 words or more ("[cpid:%d] Process exited
+ *             normally with rc=%d\n"); ended by a signal, or somebody else has waited
+ *             for it ("(): [cpid:%d] wait_pid = %d\n", 1 or 0); silent ("[cpid:%d]
+ *             ds_exec kill()ed pid %d with SIGKILL\n", or "[cpid:%d] ds_exec tried
+ *             kill(); failed with error %d - %s\n"); or the wait failed
+ *             ("[cpid:%d] Failed to select() -> %d:%s\n")
+ * @note Logs under "vexa_ds_exec_internal", at level 1 but for "ret=%d\n" of each
+ *       pipe() at level 0; first "[cpid:%d] Spawned child PID(%d) command:\"%s\"\n".
+ *       An interrupted wait is logged as failed, with "(): select() was interrupted,
+ *       continuing" behind it, and begins its two seconds anew: a host with a timer
+ *       that fires more often has no time-out.
+ * @note What is left behind: a program that was killed, or whose wait failed, is not
+ *       waited for; it stays a zombie until the host does, for example by
+ *       waitpid(-1, NULL, WNOHANG). When the second of the two pipes cannot be had,
+ *       the first one stays open. A host that has SIGCHLD ignored or waits for any
+ *       child takes the exit code away from this function, which then answers -1.
+ * @note A process with more than 1024 descriptors: when a pipe gets number 1024 or
+ *       above, the wait fails with EBADF. The program runs on, without a reader.
+ * @note Threads: safe. The program gets the signal mask of the calling thread and
+ *       the ignored signals of the process; handlers never run in it. It inherits
+ *       every descriptor of the host that has no close-on-exec mark, and a pipe by
+ *       which its end is seen. Between fork and exec the new process says why it
+ *       fails ("exec() failed: %d:%s\nDying\n", "(): command is too long\n") by a
+ *       line to the host's standard output or, there in the new process, to its print
+ *       callback; the callback must not wait for locks that are held outside of it.
+ *       Handlers of pthread_atfork() run.
+ */
+VEXA_API int32_t vexa_ds_system_call3(const char *command, uint32_t command_len, char *result,
+                                      uint32_t result_len, uint8_t verbose);
+
 VEXA_END_DECLS
 
 #endif

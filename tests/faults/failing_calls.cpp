@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/epoll.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -212,6 +213,14 @@ int vexa_epoll_ctl(int epoll, int operation, int fd, struct epoll_event* event) 
 int vexa_epoll_wait(int epoll, struct epoll_event* events, int most, int ms) VEXA_IN_PLACE_OF("epoll_wait");
 unsigned vexa_if_nametoindex(const char* name) VEXA_IN_PLACE_OF("if_nametoindex");
 int vexa_sysinfo(struct sysinfo* info) VEXA_IN_PLACE_OF("sysinfo");
+int vexa_pipe2(int ends[2], int flags) VEXA_IN_PLACE_OF("pipe2");
+int vexa_dup2(int from, int to) VEXA_IN_PLACE_OF("dup2");
+pid_t vexa_fork() VEXA_IN_PLACE_OF("fork");
+int vexa_execvp(const char* program, char* const words[]) VEXA_IN_PLACE_OF("execvp");
+int vexa_select(int bound, fd_set* to_read, fd_set* to_write, fd_set* odd, timeval* most)
+    VEXA_IN_PLACE_OF("select");
+int vexa_kill(pid_t process, int number) VEXA_IN_PLACE_OF("kill");
+pid_t vexa_waitpid(pid_t process, int* status, int options) VEXA_IN_PLACE_OF("waitpid");
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF("nanosleep");
 int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF("clock_gettime");
 
@@ -404,6 +413,36 @@ unsigned vexa_if_nametoindex(const char* name) {
 
 int vexa_sysinfo(struct sysinfo* info) {
   return or_fail(due("sysinfo", ""), -1, [&] { return static_cast<int>(syscall(SYS_sysinfo, info)); });
+}
+
+int vexa_pipe2(int ends[2], int flags) {
+  return or_fail(due("pipe2", ""), -1, [&] { return static_cast<int>(syscall(SYS_pipe2, ends, flags)); });
+}
+
+int vexa_dup2(int from, int to) {
+  return or_fail(due("dup2", nullptr, from), -1, [&] { return next(&vexa_dup2, "dup2")(from, to); });
+}
+
+pid_t vexa_fork() {
+  return or_fail(due("fork", ""), pid_t{-1}, [] { return next(&vexa_fork, "fork")(); });
+}
+
+int vexa_execvp(const char* program, char* const words[]) {
+  return or_fail(due("execvp", program), -1, [&] { return next(&vexa_execvp, "execvp")(program, words); });
+}
+
+int vexa_select(int bound, fd_set* to_read, fd_set* to_write, fd_set* odd, timeval* most) {
+  return or_fail(due("select", ""), -1,
+                 [&] { return next(&vexa_select, "select")(bound, to_read, to_write, odd, most); });
+}
+
+int vexa_kill(pid_t process, int number) {
+  return or_fail(due("kill", ""), -1, [&] { return static_cast<int>(syscall(SYS_kill, process, number)); });
+}
+
+pid_t vexa_waitpid(pid_t process, int* status, int options) {
+  return or_fail(due("waitpid", ""), pid_t{-1},
+                 [&] { return next(&vexa_waitpid, "waitpid")(process, status, options); });
 }
 
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) {

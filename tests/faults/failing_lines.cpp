@@ -154,6 +154,8 @@ constexpr std::string_view kLines[] = {
     "3 oem_system_call_ex|system command failed, rc=-1 errno: <any>\n",
     "3 oem_popen_call|popen call:echo one; echo two fail[<any>]\n",
     "3 oem_popen_call|result_str is NULL!",
+    "3 oem_ds_system_call3|unable to re-direct stderr: command string too long.Command string was: "
+    "xxx<any>xxx\n",
     "3 oem_popen_call_ex|popen call:echo one; echo two fail[<any>]\n",
 };
 

@@ -270,6 +270,96 @@ TEST_F(FailureBeside, AnExportThatLosesItsCsvSaysSoOnStandardError) {
   EXPECT_EQ(read_file(kExport), std::string("key,len,type,value,\r\n\0", 22));
 }
 
+// ---- A program without a shell ----
+
+const std::string kExec = "oem_ds_exec_internal|";
+const std::string kPipeMade = "0 " + kExec + "ret=0\n";
+const std::string kStarted = "1 " + kExec + "[cpid:<any>] Spawned child PID(<any>) command:\"<any>\"\n";
+
+struct ProgramFailure {
+  FaultPlan plan;
+  const char* command;
+  Lines lines;      // of any level, behind those of the pipes
+  int left_status;  // of the child that is left behind, -1 when none is
+};
+
+std::ostream& operator<<(std::ostream& out, const ProgramFailure& failure) {
+  return out << failure.plan.call;
+}
+
+class ProgramFailureOf : public StorageTest, public ::testing::WithParamInterface<ProgramFailure> {};
+
+TEST_P(ProgramFailureOf, IsAnsweredAndLoggedWordForWord) {
+  if (IsSkipped()) return;
+  const ProgramFailure& failure = GetParam();
+  expect_in_child([&] {
+    LogCapture log;
+    char result[8] = "";
+    {
+      const FailingCalls injector(failure.plan);
+      EXPECT_EQ(vexa_ds_system_call3(failure.command, 0, result, sizeof result, 0), -1);
+    }
+    Lines expected = {kPipeMade, kPipeMade};
+    expected.insert(expected.end(), failure.lines.begin(), failure.lines.end());
+    EXPECT_TRUE(log_is(log, expected));
+    EXPECT_STREQ(result, "");
+    int status = -1;
+    EXPECT_EQ(waitpid(-1, &status, 0) > 0, failure.left_status != -1);
+    EXPECT_EQ(status, failure.left_status);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, ProgramFailureOf,
+    ::testing::Values(
+        ProgramFailure{nth(1, EAGAIN, "fork"), "sleep 0", {}, -1},
+        ProgramFailure{
+            nth(1, ENOMEM, "select"),
+            "sleep 0",
+            {kStarted, "1 " + kExec + "[cpid:<any>] Failed to select() -> 12:Cannot allocate memory\n"},
+            0},
+        ProgramFailure{
+            nth(1, EPERM, "kill"),
+            "sleep 3",
+            {kStarted,
+             "1 " + kExec +
+                 "[cpid:<any>] ds_exec tried kill(); failed with error 1 - Operation not permitted\n"},
+            0},
+        ProgramFailure{nth(1, ECHILD, "waitpid"),
+                       "sleep 0",
+                       {kStarted, "1 " + kExec + "(): [cpid:<any>] wait_pid = 0\n"},
+                       0},
+        // In the new process, of which the host sees the exit code.
+        ProgramFailure{nth(1, EACCES, "execvp"),
+                       "sleep 0",
+                       {kStarted, "1 " + kExec + "[cpid:<any>] Process exited normally with rc=255\n"},
+                       -1},
+        ProgramFailure{nth(2, EBUSY, "dup2"),
+                       "sleep 0",
+                       {kStarted, "1 " + kExec + "[cpid:<any>] Process exited normally with rc=255\n"},
+                       -1}),
+    [](const auto& tested) { return std::string(tested.param.plan.call); });
+
+TEST_F(FailureBeside, AnInterruptedWaitForAProgramGoesOn) {
+  if (IsSkipped()) return;
+  expect_in_child([] {
+    for (const char* call : {"select", "waitpid"}) {
+      LogCapture log;
+      {
+        const FailingCalls injector(FaultPlan{1, 3, EINTR, "", call});
+        EXPECT_EQ(vexa_ds_system_call3("sleep 0", 0, nullptr, 0, 0), 0);
+        EXPECT_EQ(FailingCalls::failed(), 3u);
+      }
+      const std::size_t interrupted = std::strcmp(call, "select") == 0 ? 3 : 0;
+      EXPECT_EQ(
+          log_count(log, "1 " + kExec + "[cpid:<any>] Failed to select() -> 4:Interrupted system call\n"),
+          interrupted);
+      EXPECT_EQ(log_count(log, "1 " + kExec + "(): select() was interrupted, continuing"), interrupted);
+      EXPECT_EQ(log_count(log, "1 " + kExec + "[cpid:<any>] Process exited normally with rc=0\n"), 1u);
+    }
+  });
+}
+
 TEST_F(FailureBeside, AThreadWhoseNameCannotBeReadIsShownAsNull) {
   if (IsSkipped()) return;
   for (const char* call : {"open", "read", "close"}) {

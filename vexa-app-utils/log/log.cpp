@@ -3,17 +3,21 @@
 #include "vexadm/log.h"
 
 #include <pthread.h>
+#include <stdio_ext.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
+#include "log/after_fork.h"
 #include "log/call_site.h"
 #include "log/thread_name.h"
 #include "owners.h"
@@ -51,30 +55,33 @@ const char* tag_of(int level) {
 }
 
 // The seconds are read apart from the milliseconds: at a second boundary the milliseconds may be
-// those of the second before.
+// those of the second before. The C library's gmtime_r() takes the lock of the time zone, which in
+// a forked child may be held for ever.
 void stamp_time() {
   timeval now{};
   gettimeofday(&now, nullptr);
-  const std::time_t seconds = std::time(nullptr);
-  std::tm utc{};
-  gmtime_r(&seconds, &utc);
-  std::snprintf(str_t, sizeof str_t, "%04d-%02d-%02d %02d:%02d:%02d.%03d", utc.tm_year + 1900, utc.tm_mon + 1,
-                utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec, static_cast<int>(now.tv_usec / 1000));
+  const std::chrono::sys_seconds seconds{std::chrono::seconds{std::time(nullptr)}};
+  const auto midnight = std::chrono::floor<std::chrono::days>(seconds);
+  const std::chrono::year_month_day date{midnight};
+  const auto second = static_cast<int>((seconds - midnight).count());
+  std::snprintf(str_t, sizeof str_t, "%04d-%02u-%02u %02d:%02d:%02d.%03d", static_cast<int>(date.year()),
+                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), second / 3600,
+                second / 60 % 60, second % 60, static_cast<int>(now.tv_usec / 1000));
 }
 
-void emit(int level, const char* function, int line, const char* message) {
+void build_line(int level, const char* thread, const char* function, int line, const char* message) {
   std::memset(str_t, 0, sizeof str_t);
   std::memset(log_msg, 0, sizeof log_msg);
   stamp_time();
+  std::snprintf(log_msg, sizeof log_msg, "%s : %s | [%d | %d-%s] | %s %d | %s", str_t, tag_of(level),
+                getpid(), get_tid(), thread, function, line, message);
+}
 
+void emit(int level, const char* function, int line, const char* message) {
   const vexa::HeapText rewritten(rewrite_func_name(function));
   const char* const shown = rewritten ? rewritten.get() : function;
-  const int pid = getpid();
-  const int tid = get_tid();
-  const vexa::HeapText thread = vexa::log::thread_name(pid, tid);
-
-  std::snprintf(log_msg, sizeof log_msg, "%s : %s | [%d | %d-%s] | %s %d | %s", str_t, tag_of(level), pid,
-                tid, thread ? thread.get() : "NULL", shown ? shown : "(null)", line, message);
+  const vexa::HeapText thread = vexa::log::thread_name(getpid(), get_tid());
+  build_line(level, thread ? thread.get() : "NULL", shown ? shown : "(null)", line, message);
 
   if (const vexa_print_fn print = g_print.load(std::memory_order_acquire)) {
     print(log_msg);
@@ -96,6 +103,33 @@ int vprint(int level, char* buffer, const char* function, int line, const char* 
   if (g_tool_enabled.load(std::memory_order_relaxed) != 0) return 1;
   emit(level, function, line, buffer ? buffer : "");
   return 0;
+}
+
+void write_line_after_fork(int level, const char* function, int line, const char* format, ...) {
+  if (!passes(level)) return;
+  std::array<char, 256> message;
+  std::va_list values;
+  va_start(values, format);
+  std::vsnprintf(message.data(), message.size(), format, values);
+  va_end(values);
+
+  if (g_tool_enabled.load(std::memory_order_relaxed) != 0) {
+    std::snprintf(log_msg, sizeof log_msg, "oem_fwa[%d] %s(): %s", getpid(), function, message.data());
+  } else {
+    std::array<char, 17> thread = {};  // the kernel's longest name and a terminator
+    prctl(PR_GET_NAME, thread.data());
+    std::array<char, 64> shown;
+    std::snprintf(shown.data(), shown.size(), "oem%s", function + std::strlen("vexa"));
+    build_line(level, thread.data(), shown.data(), line, message.data());
+    if (const vexa_print_fn print = g_print.load(std::memory_order_acquire)) {
+      // Never given back: the child ends soon, and a callback is called with the mutex held.
+      if (pthread_mutex_trylock(&g_mutex) != 0) return;
+      __fpurge(stdout);  // the host's own copy of what is pending will be printed by the host
+      print(log_msg);
+      return;
+    }
+  }
+  if (write(STDOUT_FILENO, log_msg, std::strlen(log_msg)) < 0) return;
 }
 
 }  // namespace vexa::log
