@@ -10,6 +10,7 @@
 #define VEXADM_VEXADM_H
 
 #include "address.h"
+#include "at_command.h"
 #include "clock.h"
 #include "command_data.h"
 #include "data_manager.h"
