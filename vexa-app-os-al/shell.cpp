@@ -11,16 +11,20 @@
 #include <ctime>
 #include <span>
 #include <string_view>
-#include <utility>
 
 #include "log/call_site.h"
 #include "owners.h"
+#include "shell_stream.h"
 #include "stream.h"
 #include "vexadm/process.h"
 
 namespace {
 
 using vexa::HeapText;
+using vexa::kNotStarted;
+using vexa::kToRead;
+using vexa::kToWrite;
+using vexa::Shell;
 
 constexpr const char* kInvalid = "parameter invaild!";
 
@@ -28,30 +32,6 @@ int exit_code(int status) { return (status >> 8) & 0xFF; }
 
 // Any other end than by a signal; a status of -1 is none either.
 bool exited(int status) { return (status & 0x7F) == 0; }
-
-// A running shell with one end of a pipe to it. No other command of the process inherits the pipe.
-class Shell {
- public:
-  Shell(const char* command, const char* mode) : stream_(popen(command, mode)) {}
-  Shell(const Shell&) = delete;
-  Shell& operator=(const Shell&) = delete;
-  ~Shell() { wait(); }
-
-  explicit operator bool() const { return stream_ != nullptr; }
-  std::FILE* stream() const { return stream_; }
-
-  // Closes the pipe and waits for the shell. Its status.
-  int wait() {
-    std::FILE* const stream = std::exchange(stream_, nullptr);
-    return stream ? pclose(stream) : -1;
-  }
-
- private:
-  std::FILE* stream_;
-};
-
-constexpr const char* kToRead = "re";
-constexpr const char* kToWrite = "we";
 
 void log_not_read(const char* function, const char* command, const char* reason) {
   VEXA_LOG(vexa::log::kError, function, "popen call:%s fail[%s]\n", command ? command : "(null)", reason);
@@ -144,7 +124,7 @@ int32_t vexa_system_call_ex(const char* cmd, uint32_t cmd_len) {
   }
   VEXA_LOG(vexa::log::kDebug, kName, "system call: %s\n", cmd ? cmd : "(null)");
   int result = -1;
-  Shell shell(cmd ? cmd : "", cmd ? kToWrite : "");  // no mode: not started
+  Shell shell(cmd ? cmd : "", cmd ? kToWrite : kNotStarted);
   if (!shell) {
     VEXA_LOG(vexa::log::kError, kName, "system command failed\n");
   } else {

@@ -14,6 +14,7 @@
 #include "clock.h"
 #include "command_data.h"
 #include "data_manager.h"
+#include "device.h"
 #include "export.h"
 #include "identity.h"
 #include "list.h"
