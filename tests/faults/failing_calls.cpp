@@ -3,8 +3,10 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <stdio.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -44,7 +46,8 @@ struct State {
 State g_state;
 
 bool is_transfer(const char* name) {
-  return std::strstr(name, "read") != nullptr || std::strstr(name, "write") != nullptr;
+  return std::strstr(name, "read") != nullptr || std::strstr(name, "write") != nullptr ||
+         std::strcmp(name, "sendto") == 0;
 }
 
 using Where = char[kWhereSize - 32];
@@ -144,9 +147,9 @@ const char* FailingCalls::first_failed() { return g_state.first_failed; }
 std::uint64_t FailingCalls::unsynced_renames() { return g_state.unsynced_renames; }
 
 bool FailingCalls::is_own(std::uint64_t n) {
-  static constexpr std::array<std::string_view, 12> kOwn = {"write",  "fsync",  "rename",    "realpath",
-                                                            "fchmod", "fchown", "faccessat", "syncfs",
-                                                            "fopen",  "popen",  "system",    "mkdir"};
+  static constexpr std::array<std::string_view, 18> kOwn = {
+      "write", "fsync",  "rename", "realpath", "fchmod", "fchown",   "faccessat", "syncfs", "fopen",
+      "popen", "system", "mkdir",  "socket",   "sendto", "recvfrom", "select",    "poll",   "ioctl"};
   if (n < 1 || n > kNamesKept || n > g_state.seen) return false;
   return std::find(kOwn.begin(), kOwn.end(), g_state.names[n - 1]) != kOwn.end();
 }
@@ -221,6 +224,12 @@ int vexa_select(int bound, fd_set* to_read, fd_set* to_write, fd_set* odd, timev
     VEXA_IN_PLACE_OF("select");
 int vexa_kill(pid_t process, int number) VEXA_IN_PLACE_OF("kill");
 pid_t vexa_waitpid(pid_t process, int* status, int options) VEXA_IN_PLACE_OF("waitpid");
+ssize_t vexa_sendto(int fd, const void* bytes, std::size_t count, int flags, const sockaddr* to,
+                    socklen_t size) VEXA_IN_PLACE_OF("sendto");
+ssize_t vexa_recvfrom(int fd, void* bytes, std::size_t count, int flags, sockaddr* from, socklen_t* size)
+    VEXA_IN_PLACE_OF("recvfrom");
+int vexa_poll(pollfd* events, nfds_t count, int milliseconds) VEXA_IN_PLACE_OF("poll");
+int vexa_ioctl(int fd, unsigned long request, ...) VEXA_IN_PLACE_OF("ioctl");
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF("nanosleep");
 int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF("clock_gettime");
 
@@ -443,6 +452,30 @@ int vexa_kill(pid_t process, int number) {
 pid_t vexa_waitpid(pid_t process, int* status, int options) {
   return or_fail(due("waitpid", ""), pid_t{-1},
                  [&] { return next(&vexa_waitpid, "waitpid")(process, status, options); });
+}
+
+ssize_t vexa_sendto(int fd, const void* bytes, std::size_t count, int flags, const sockaddr* to,
+                    socklen_t size) {
+  return transfer("sendto", fd, count,
+                  [&](std::size_t n) { return syscall(SYS_sendto, fd, bytes, n, flags, to, size); });
+}
+
+ssize_t vexa_recvfrom(int fd, void* bytes, std::size_t count, int flags, sockaddr* from, socklen_t* size) {
+  return or_fail<ssize_t>(due("recvfrom", nullptr, fd), -1,
+                          [&] { return syscall(SYS_recvfrom, fd, bytes, count, flags, from, size); });
+}
+
+int vexa_poll(pollfd* events, nfds_t count, int milliseconds) {
+  return or_fail(due("poll", ""), -1, [&] { return next(&vexa_poll, "poll")(events, count, milliseconds); });
+}
+
+int vexa_ioctl(int fd, unsigned long request, ...) {
+  va_list rest;
+  va_start(rest, request);
+  void* const argument = va_arg(rest, void*);
+  va_end(rest);
+  return or_fail(due("ioctl", nullptr, fd), -1,
+                 [&] { return static_cast<int>(syscall(SYS_ioctl, fd, request, argument)); });
 }
 
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) {

@@ -157,6 +157,16 @@ constexpr std::string_view kLines[] = {
     "3 oem_ds_system_call3|unable to re-direct stderr: command string too long.Command string was: "
     "xxx<any>xxx\n",
     "3 oem_popen_call_ex|popen call:echo one; echo two fail[<any>]\n",
+    // AT commands, the device
+    "3 oem_util_send_at|socket error [<any>]<any>\n",
+    "3 oem_util_send_at|select fail:ret=-1\n",
+    "3 oem_util_send_at|recvfrom fail:error=<any>,[<any>]\n",
+    "3 oem_util_get_file_int_value|Not exist file=/tmp/number\n",
+    "3 oem_util_set_file_int_value|Not exist file=/tmp/number\n",
+    "3 oem_util_set_file_int_value|fwrite() failed, only [<any>] written, total_len=[4], reason=[<any>]<any>",
+    "3 oem_create_and_check_directory|Directory /data/a/b/c creation error.\n",
+    "3 oem_util_get_if_addr|sfd is invalid\n",
+    "3 oem_get_pid_by_name|command popen error!!!\n",
 };
 
 }  // namespace
@@ -167,9 +177,9 @@ std::ostream& operator<<(std::ostream& out, const Operation& operation) { return
 
 std::vector<Operation> all_operations() {
   std::vector<Operation> all;
-  for (const auto part :
-       {storage_item_operations, storage_file_operations, manager_operations, process_operations,
-        toolbox_operations, network_operations, identity_operations, list_operations, param_operations}) {
+  for (const auto part : {storage_item_operations, storage_file_operations, manager_operations,
+                          process_operations, toolbox_operations, network_operations, identity_operations,
+                          list_operations, param_operations, device_operations}) {
     const std::vector<Operation> operations = part();
     all.insert(all.end(), operations.begin(), operations.end());
   }

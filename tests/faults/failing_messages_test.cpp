@@ -47,6 +47,14 @@ std::int64_t match_versions() {
   return matched;
 }
 
+std::int64_t ask_modem() {
+  char* const reply = vexa_util_send_at("AT+CSQ");
+  const bool good = std::strstr(reply, "\r\nOK\r\n") != nullptr;
+  std::free(reply);
+  return good ? 0 : -1;
+}
+
+const std::string kNotReceived = "3 oem_util_send_at|recvfrom fail:error=5,[Input/output error]\n";
 const std::string kCopied = "3 dm_pal_write|ERROR: cp /data/config.db /data/configbak.db";
 const std::string kCannotOpen = "sqlite3_open failed: unable to open database file\n";
 
@@ -205,6 +213,36 @@ std::vector<Failure> all_failures() {
        [] { return std::int64_t{dir_make_path("/data/a/b", 0755)}; },
        -1,
        {"3 dir_make_path|Could not create directory '/data/a/b'.\n"}},
+      {"NumberThatIsNotSynced",
+       always(EIO, "fsync", "/tmp/number"),
+       [] { return std::int64_t{vexa_util_set_file_int_value("/tmp/number", 5)}; },
+       7,
+       {"3 oem_util_set_file_int_value|fwrite() failed, only [1] written, total_len=[1], "
+        "reason=[Input/output error]5"}},
+      {"AtCommandWithoutASocket",
+       nth(1, ENFILE, "socket"),
+       ask_modem,
+       -1,
+       {"3 oem_util_send_at|socket error [Too many open files in system]23\n"}},
+      {"AtCommandThatIsNotSent", nth(1, ENOBUFS, "sendto"), ask_modem, -1, {}},
+      {"AtCommandThatIsSentInPart", nth(1, kShortCount, "sendto"), ask_modem, -1, {}},
+      {"AtCommandThatIsSentAfterAnInterruption", nth(1, EINTR, "sendto"), ask_modem, 0, {}},
+      {"AtCommandWithoutAWait",
+       always(ENOMEM, "select", ""),
+       ask_modem,
+       -1,
+       {"3 oem_util_send_at|select fail:ret=-1\n", "3 oem_util_send_at|select fail:ret=-1\n",
+        "3 oem_util_send_at|select fail:ret=-1\n"}},
+      {"AtCommandWhoseLastWaitIsGood",
+       FaultPlan{1, 2, EINTR, "", "select"},
+       ask_modem,
+       0,
+       {"3 oem_util_send_at|select fail:ret=-1\n", "3 oem_util_send_at|select fail:ret=-1\n"}},
+      {"AtCommandWithoutAnAnswer",
+       always(EIO, "recvfrom", ""),
+       ask_modem,
+       -1,
+       {kNotReceived, kNotReceived, kNotReceived}},
   };
 }
 
@@ -214,6 +252,7 @@ TEST_P(FailureOf, IsAnsweredAndLoggedWordForWord) {
   if (IsSkipped()) return;
   const Failure& failure = GetParam();
   prepare_store();
+  if (failure.run == ask_modem) prepare_at_service();
   expect_in_child([&] {
     LogCapture log;
     std::int64_t code = 0;

@@ -61,8 +61,9 @@ struct Operation {
   const char* assertion = "";  // source of the one that ends it when memory runs out; "" for none
   bool keeps_memory = false;   // what it stores lives until the process ends
   Reach reach = Reach::kFiles;
-  bool thorough = false;    // every place at which the library itself acts, every day
-  bool below_libc = false;  // goes through popen, system or streams
+  bool thorough = false;        // every place at which the library itself acts, every day
+  bool below_libc = false;      // goes through popen, system or streams
+  bool counts_signals = false;  // an interrupted wait is one of the few it makes
 };
 
 std::ostream& operator<<(std::ostream& out, const Operation& operation);
@@ -76,11 +77,15 @@ std::vector<Operation> network_operations();
 std::vector<Operation> identity_operations();
 std::vector<Operation> list_operations();
 std::vector<Operation> param_operations();
+std::vector<Operation> device_operations();
 std::vector<Operation> all_operations();
 std::vector<Operation> operations_where(bool (*wanted)(const Operation&));
 
 // True for a line (in log_text form) that the contract has at its level.
 bool is_documented_line(const std::string& line);
+
+// An AT service in a network of the process's own, for as long as it lives.
+void prepare_at_service();
 
 // ---- Which functions have been called ----
 

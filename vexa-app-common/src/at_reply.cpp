@@ -23,7 +23,8 @@ void Reply::take_without_echo(std::size_t received, std::string_view command) {
     return;
   }
   // What stands before the echo answers an earlier command and goes with it.
-  std::string_view rest = datagram.substr(echo + command.size());
+  std::string_view rest = datagram;
+  rest.remove_prefix(echo + command.size());
   for (const char blank : {' ', '\r', '\n'}) skip(rest, blank);
   // A service may send terminators along: the next datagram has to join the text, not stand behind one.
   rest = rest.substr(0, rest.find('\0'));

@@ -11,6 +11,7 @@
 #include "log/call_site.h"
 #include "owners.h"
 #include "vexadm/device.h"
+#include "vexadm/strings.h"
 
 namespace {
 
@@ -26,7 +27,7 @@ int get_if_addr(const char* name, uint32_t& address) {
     return -1;
   }
   ifreq request = {};
-  std::strcpy(request.ifr_name, name);
+  vexa_strlcpy(request.ifr_name, name, sizeof request.ifr_name);
   const int result = ioctl(any_socket.get(), SIOCGIFADDR, &request);
   if (result != 0) return result;
   sockaddr_in found = {};
