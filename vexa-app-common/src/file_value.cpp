@@ -13,6 +13,7 @@
 #include <span>
 #include <string_view>
 
+#include "descriptor_read.h"
 #include "log/call_site.h"
 #include "owners.h"
 #include "vexadm/device.h"
@@ -35,17 +36,6 @@ Descriptor open_value(const char* function, const char* path, int flags) {
   } while (fd < 0 && errno == EINTR);
   if (fd < 0) VEXA_LOG(vexa::log::kError, function, "Not exist file=%s\n", path);
   return Descriptor(fd);
-}
-
-std::size_t read_up_to(int fd, std::span<char> buffer) {
-  std::size_t count = 0;
-  while (count < buffer.size()) {
-    const ssize_t got = read(fd, buffer.data() + count, buffer.size() - count);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    count += static_cast<std::size_t>(got);
-  }
-  return count;
 }
 
 std::size_t write_as_far_as_it_goes(int fd, std::string_view text) {
@@ -80,7 +70,7 @@ int32_t vexa_util_get_file_int_value(const char* path) {
   const Descriptor file = open_value(kName, path, O_RDONLY);
   if (!file) return 0;
   std::array<char, 257> content = {};  // 256 and a terminator
-  if (read_up_to(file.get(), std::span(content).first<256>()) == 0) return 0;
+  if (vexa::read_full(file.get(), std::span(content).first<256>()) <= 0) return 0;
   VEXA_LOG(vexa::log::kDebug, kName, "read content:%s\n", content.data());
   return number_of(content.data());
 }
