@@ -16,6 +16,7 @@
 #include "data_manager.h"
 #include "device.h"
 #include "export.h"
+#include "gsm_text.h"
 #include "identity.h"
 #include "list.h"
 #include "log.h"
@@ -28,6 +29,7 @@
 #include "strings.h"
 #include "symtab.h"
 #include "types.h"
+#include "unicode.h"
 #include "watch_log.h"
 
 #endif

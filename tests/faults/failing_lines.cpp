@@ -167,6 +167,16 @@ constexpr std::string_view kLines[] = {
     "3 oem_create_and_check_directory|Directory /data/a/b/c creation error.\n",
     "3 oem_util_get_if_addr|sfd is invalid\n",
     "3 oem_get_pid_by_name|command popen error!!!\n",
+    // Text conversions
+    "3 oem_util_convert_utf8_to_ucs2|Error in converting utf8 string to ucs2\n",
+    "3 oem_util_convert_ucs2_to_utf8|utf8str or utf8Start is NULL\n",
+    "3 oem_util_ss_ascii_to_utf8|the utf8 str buffer length is not enough\n",
+    "3 oem_util_convert_gsm8bit_alpha_string_to_utf8|Invalid parameters for GSM alphabet to UTF8 conversion, "
+    "input len = 0\n",
+    "3 oem_util_convert_gsm_def_alpha_string_to_utf8|Fail to allocate buffer for GSM alphabet to UTF8 "
+    "conversion\n",
+    "3 oem_util_convert_ussd_string_to_utf8|Destination buffer (sz 2) less than required 2\n",
+    "3 oem_util_convert_ussd_string_to_utf8|USC2 to UTF8 conversion failed due to lack of memory\n",
 };
 
 }  // namespace
@@ -179,7 +189,7 @@ std::vector<Operation> all_operations() {
   std::vector<Operation> all;
   for (const auto part : {storage_item_operations, storage_file_operations, manager_operations,
                           process_operations, toolbox_operations, network_operations, identity_operations,
-                          list_operations, param_operations, device_operations}) {
+                          list_operations, param_operations, device_operations, text_conversion_operations}) {
     const std::vector<Operation> operations = part();
     all.insert(all.end(), operations.begin(), operations.end());
   }

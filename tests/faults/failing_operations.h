@@ -78,6 +78,7 @@ std::vector<Operation> identity_operations();
 std::vector<Operation> list_operations();
 std::vector<Operation> param_operations();
 std::vector<Operation> device_operations();
+std::vector<Operation> text_conversion_operations();
 std::vector<Operation> all_operations();
 std::vector<Operation> operations_where(bool (*wanted)(const Operation&));
 

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+// Several characters in one step: words and vectors of bytes and of 16-bit units, on any processor.
+#ifndef VEXADM_TEXT_SEVERAL_AT_A_TIME_H
+#define VEXADM_TEXT_SEVERAL_AT_A_TIME_H
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace vexa::text {
+
+// The steps find the first byte of a text in the lowest bits of a word.
+inline constexpr bool kSeveralAtATime = std::endian::native == std::endian::little;
+
+// Of GCC and clang; in vector registers, or member by member where a processor has none.
+using Bytes8 = uint8_t __attribute__((vector_size(8)));
+using Units4 = uint16_t __attribute__((vector_size(8)));
+using Units8 = uint16_t __attribute__((vector_size(16)));
+using Words4 = uint32_t __attribute__((vector_size(16)));
+
+// Unaligned, and of any type.
+template <typename T>
+inline T load(const void* from) {
+  T value;
+  std::memcpy(&value, from, sizeof value);
+  return value;
+}
+
+template <typename T>
+inline void store(void* to, const T& value) {
+  std::memcpy(to, &value, sizeof value);
+}
+
+// For the result of comparing vectors.
+template <typename Vector>
+inline bool all_true(const Vector& compared) {
+  uint64_t all = UINT64_MAX;
+  for (unsigned i = 0; i < sizeof compared / sizeof all; ++i) {
+    all &= load<uint64_t>(reinterpret_cast<const char*>(&compared) + i * sizeof all);
+  }
+  return all == UINT64_MAX;
+}
+
+inline void widen_eight(const uint8_t* from, uint16_t* to) {
+  store(to, __builtin_convertvector(load<Bytes8>(from), Units8));
+}
+
+inline void narrow_eight(const uint16_t* from, uint8_t* to) {
+  store(to, __builtin_convertvector(load<Units8>(from), Bytes8));
+}
+
+// The same 16-bit unit, four times.
+constexpr uint64_t four_times(uint64_t unit) { return unit * 0x0001000100010001U; }
+
+}  // namespace vexa::text
+
+#endif
