@@ -9,8 +9,10 @@
  * pairs are understood.
  *
  * All buffers belong to the caller; source and target must not overlap; 16-bit
- * units are aligned as their type asks. Nothing blocks and nothing is
- * allocated. Functions keep no state: they are thread-safe for distinct targets.
+ * units are aligned as their type asks. What a target holds behind the end of
+ * its text, as far as the capacity that was passed, is unspecified afterwards.
+ * Nothing blocks and nothing is allocated. Functions keep no state: they are
+ * thread-safe for distinct targets.
  */
 #ifndef VEXADM_UNICODE_H
 #define VEXADM_UNICODE_H
