@@ -14,6 +14,8 @@ inline constexpr bool kSeveralAtATime = std::endian::native == std::endian::litt
 
 // Of GCC and clang; in vector registers, or member by member where a processor has none.
 using Bytes8 = uint8_t __attribute__((vector_size(8)));
+using Bytes16 = uint8_t __attribute__((vector_size(16)));
+using Units16 = uint16_t __attribute__((vector_size(32)));
 using Units4 = uint16_t __attribute__((vector_size(8)));
 using Units8 = uint16_t __attribute__((vector_size(16)));
 using Words4 = uint32_t __attribute__((vector_size(16)));
@@ -47,6 +49,21 @@ inline void widen_eight(const uint8_t* from, uint16_t* to) {
 
 inline void narrow_eight(const uint16_t* from, uint8_t* to) {
   store(to, __builtin_convertvector(load<Units8>(from), Bytes8));
+}
+
+// Through memory: a vector of 32 bytes is no argument or result on every processor.
+inline void widen_sixteen(const uint8_t* from, uint16_t* to) {
+  Bytes16 bytes;
+  std::memcpy(&bytes, from, sizeof bytes);
+  const Units16 units = __builtin_convertvector(bytes, Units16);
+  std::memcpy(to, &units, sizeof units);
+}
+
+inline void narrow_sixteen(const uint16_t* from, uint8_t* to) {
+  Units16 units;
+  std::memcpy(&units, from, sizeof units);
+  const Bytes16 bytes = __builtin_convertvector(units, Bytes16);
+  std::memcpy(to, &bytes, sizeof bytes);
 }
 
 // The same 16-bit unit, four times.

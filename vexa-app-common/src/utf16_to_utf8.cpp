@@ -88,9 +88,9 @@ constexpr uint64_t kAboveAscii = four_times(0xFF80);
 constexpr uint64_t kAboveTwoBytes = four_times(0xF800);
 
 inline bool is_ascii_block(const uint16_t* from) {
-  uint64_t all = 0;
-  for (std::ptrdiff_t i = 0; i < kBlock; i += 4) all |= load<uint64_t>(from + i);
-  return (all & kAboveAscii) == 0;
+  const Units8 all =
+      load<Units8>(from) | load<Units8>(from + 8) | load<Units8>(from + 16) | load<Units8>(from + 24);
+  return all_true((all & 0xFF80) == 0);
 }
 
 // Eight that are ASCII, and the blocks behind them.
@@ -98,31 +98,41 @@ inline void take_ascii(Cursor& at) {
   narrow_eight(at.src, at.dst);
   at.advance(8, 8);
   while (at.left() >= kBlock && at.room() >= kBlock && is_ascii_block(at.src)) {
-    for (std::ptrdiff_t i = 0; i < kBlock; i += 8) narrow_eight(at.src + i, at.dst + i);
+    narrow_sixteen(at.src, at.dst);
+    narrow_sixteen(at.src + 16, at.dst + 16);
     at.advance(kBlock, kBlock);
   }
 }
 
-// Four units of one or two bytes each, without a branch for each: words of a script and the spaces
-// between them alternate too quickly to be foreseen.
-inline void take_four_short(Cursor& at) {
-  const auto units = load<uint64_t>(at.src);
-  const uint64_t two =
-      ((units >> 6) & four_times(0x001F)) | (units & four_times(0x003F)) << 8 | four_times(0x80C0);
-  const uint64_t is_two = ((units + four_times(0x7F80)) >> 15) & four_times(0x0001);
-  const uint64_t two_mask = (is_two << 16) - is_two;
-  if (two_mask == UINT64_MAX) {
-    store(at.dst, two);
-    at.advance(4, 8);
-    return;
+// Four forms of one or two bytes, each in two bytes of a word, behind each other; lengths likewise.
+inline void put_four(Cursor& at, uint64_t forms, uint64_t lengths) {
+  const uint64_t ends = lengths * four_times(1);
+  if (ends >> 48 == 8) {
+    store(at.dst, forms);
+  } else {
+    store(at.dst, static_cast<uint16_t>(forms));
+    store(at.dst + (ends & 0xFFFF), static_cast<uint16_t>(forms >> 16));
+    store(at.dst + ((ends >> 16) & 0xFFFF), static_cast<uint16_t>(forms >> 32));
+    store(at.dst + ((ends >> 32) & 0xFFFF), static_cast<uint16_t>(forms >> 48));
   }
-  const uint64_t form = units ^ ((units ^ two) & two_mask);
-  const uint64_t ends = (is_two + four_times(1)) * four_times(1);  // where each of the four ends
-  store(at.dst, static_cast<uint16_t>(form));
-  store(at.dst + (ends & 0xFFFF), static_cast<uint16_t>(form >> 16));
-  store(at.dst + ((ends >> 16) & 0xFFFF), static_cast<uint16_t>(form >> 32));
-  store(at.dst + ((ends >> 32) & 0xFFFF), static_cast<uint16_t>(form >> 48));
   at.advance(4, static_cast<std::ptrdiff_t>(ends >> 48));
+}
+
+// Eight units of one or two bytes each, without a branch for each: words of a script and the spaces
+// between them alternate too quickly to be foreseen.
+inline void take_eight_short(Cursor& at) {
+  const auto units = load<Units8>(at.src);
+  const auto is_two = (units & 0x0780) != 0;
+  const Units8 two_mask = reinterpret_cast<const Units8&>(is_two);
+  const Units8 two = (units >> 6) | ((units & 0x3F) << 8) | 0x80C0;
+  const Units8 forms = (units & ~two_mask) | (two & two_mask);
+  const Units8 lengths = 1 - two_mask;
+  uint64_t form_words[2];
+  uint64_t length_words[2];
+  store(form_words, forms);
+  store(length_words, lengths);
+  put_four(at, form_words[0], length_words[0]);
+  put_four(at, form_words[1], length_words[1]);
 }
 
 inline Words4 three_bytes(const Words4& value) {
@@ -185,8 +195,7 @@ inline void convert_runs(Cursor& at) {
     }
     if (at.room() < kReach) return;
     if (((first | second) & kAboveTwoBytes) == 0) {
-      take_four_short(at);
-      take_four_short(at);
+      take_eight_short(at);
       continue;
     }
     if (take_ascii_before(at, first & kAboveAscii, second & kAboveAscii) > 0) continue;
