@@ -24,10 +24,16 @@ struct Mode {
 std::span<const Step> daily_steps();
 std::span<const Step> fault_steps();
 std::span<const Step> file_steps();
+std::span<const Step> text_steps();
+std::span<const Step> network_steps();
+std::span<const Step> record_steps();
 
 std::span<const Mode> daily_modes();
 std::span<const Mode> fault_modes();
 std::span<const Mode> file_modes();
+std::span<const Mode> text_modes();
+std::span<const Mode> network_modes();
+std::span<const Mode> record_modes();
 
 }  // namespace demo
 

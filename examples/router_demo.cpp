@@ -38,7 +38,8 @@ int refuse() {
 }
 
 int run_mode(std::string_view name, const demo::Arguments& arguments) {
-  for (const auto modes : {demo::daily_modes(), demo::fault_modes(), demo::file_modes()}) {
+  for (const auto modes : {demo::daily_modes(), demo::fault_modes(), demo::file_modes(), demo::text_modes(),
+                           demo::network_modes(), demo::record_modes()}) {
     for (const Mode& mode : modes) {
       if (name == mode.name) return mode.run(arguments);
     }
@@ -55,7 +56,8 @@ void summarise(int number, const Step& step, const Finding& finding) {
 
 int run_all() {
   std::vector<Step> steps;
-  for (const auto part : {demo::daily_steps(), demo::fault_steps(), demo::file_steps()}) {
+  for (const auto part : {demo::daily_steps(), demo::fault_steps(), demo::file_steps(), demo::text_steps(),
+                          demo::network_steps(), demo::record_steps()}) {
     steps.insert(steps.end(), part.begin(), part.end());
   }
   std::vector<Finding> findings;
