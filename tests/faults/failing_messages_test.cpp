@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What each class of failure answers and logs, word for word.
+#include <sys/resource.h>
+#include <sys/select.h>
+
 #include <cerrno>
 
 #include "faults/failing_calls.h"
@@ -52,6 +55,14 @@ std::int64_t ask_modem() {
   const bool good = std::strstr(reply, "\r\nOK\r\n") != nullptr;
   std::free(reply);
   return good ? 0 : -1;
+}
+
+std::int64_t ask_modem_by_a_high_descriptor() {
+  const rlimit many = {2000, 2000};
+  setrlimit(RLIMIT_NOFILE, &many);
+  while (dup(STDERR_FILENO) < FD_SETSIZE - 1) {
+  }
+  return ask_modem();
 }
 
 const std::string kNotReceived = "3 oem_util_send_at|recvfrom fail:error=5,[Input/output error]\n";
@@ -230,6 +241,12 @@ std::vector<Failure> all_failures() {
       {"AtCommandWithoutAWait",
        always(ENOMEM, "select", ""),
        ask_modem,
+       -1,
+       {"3 oem_util_send_at|select fail:ret=-1\n", "3 oem_util_send_at|select fail:ret=-1\n",
+        "3 oem_util_send_at|select fail:ret=-1\n"}},
+      {"AtCommandWithoutAWaitForAHighDescriptor",
+       always(ENOMEM, "poll", ""),
+       ask_modem_by_a_high_descriptor,
        -1,
        {"3 oem_util_send_at|select fail:ret=-1\n", "3 oem_util_send_at|select fail:ret=-1\n",
         "3 oem_util_send_at|select fail:ret=-1\n"}},
