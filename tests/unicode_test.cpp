@@ -558,14 +558,6 @@ TEST(Latin1, LastOfNothingButExtendedCharactersHasNoRoom) {
                                  "al: 3ui: 4 us: 6\n")}));
 }
 
-TEST(Latin1, ShorterCharacterStillFollowsADroppedOne) {
-  LogCapture log;
-  // Room for 15: seven times two bytes, and one.
-  EXPECT_EQ(from_latin1("\xE9\xE9\xE9\xE9\xE9\xE9\xE9\xE9", 16),
-            "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9");
-  EXPECT_EQ(log.lines().size(), 1u);
-}
-
 TEST(Latin1, NullAndNothingAreRefused) {
   LogCapture log;
   const uint8_t latin1[] = {'a'};

@@ -35,13 +35,14 @@ uint32_t vexa_util_ss_ascii_to_utf8(const uint8_t* latin1, uint32_t len, char* u
   }
   const uint32_t most = utf8_size - 1;
   uint32_t written = 0;
-  for (uint32_t i = 0; i < len && written < most; ++i) {
-    while (len - i >= 8 && most - written >= 8 && are_plain(latin1 + i)) {
+  for (uint32_t i = 0; i < len; ++i) {
+    // Room is no question before the last byte: there are two bytes of it for each one.
+    while (len - i >= 8 && are_plain(latin1 + i)) {
       std::memcpy(utf8 + written, latin1 + i, 8);
       i += 8;
       written += 8;
     }
-    if (i == len || written == most) break;
+    if (i == len) break;
     const uint8_t byte = latin1[i];
     if (byte == kCarriageReturn) {
       VEXA_LOG(vexa::log::kDebug, kName, "ignored charecter at index = %d \n", static_cast<int>(i));
