@@ -29,15 +29,16 @@ constexpr char16_t kAlphabet[] =
     u"pqrstuvwxyzäöñüà";
 
 // The UTF-8 of each: one byte, or two with the first one in the high byte.
-constexpr auto kUtf8 = [] {
-  std::array<uint16_t, 128> table{};
-  static_assert(std::size(kAlphabet) == table.size() + 1);
-  for (std::size_t i = 0; i < table.size(); ++i) {
+constexpr std::array<uint16_t, 128> utf8_of_alphabet() {
+  std::array<uint16_t, 128> forms{};
+  for (std::size_t i = 0; i < forms.size(); ++i) {
     const unsigned c = kAlphabet[i];
-    table[i] = static_cast<uint16_t>(c < 0x80 ? c : (0xC0 | c >> 6) << 8 | 0x80 | (c & 0x3F));
+    forms[i] = static_cast<uint16_t>(c < 0x80 ? c : (0xC0 | c >> 6) << 8 | 0x80 | (c & 0x3F));
   }
-  return table;
-}();
+  return forms;
+}
+constexpr auto kUtf8 = utf8_of_alphabet();
+static_assert(std::size(kAlphabet) == kUtf8.size() + 1);
 static_assert(kUtf8[1] == 0xC2A3 && kUtf8[27] == 0x20 && kUtf8[127] == 0xC3A0);
 
 // The 56 bits of seven octets as eight septets, each in a byte.

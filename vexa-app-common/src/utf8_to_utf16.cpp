@@ -121,7 +121,7 @@ inline bool take_two_byte_forms(Cursor& at) {
   } else if ((wrong & 0xFFFF0000) != 0) {
     at.advance(2, 1);  // of its own, so that a lone accent among ASCII is not waited for
   } else {
-    const int count = std::countr_zero(wrong) / 16;
+    const std::ptrdiff_t count = std::countr_zero(wrong) / 16;
     at.advance(count * 2, count);
   }
   return true;
