@@ -4,6 +4,7 @@
 #include <vexadm/vexadm.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 
 #include "faults/failing_operations.h"
@@ -12,6 +13,13 @@ namespace vexa_test {
 namespace {
 
 std::int64_t verdict(bool good) { return good ? 0 : 999; }
+
+// The C library reads its time zone at the first use and keeps it until the process ends; without TZ
+// it looks at /etc/localtime again with each use. What it asks for there is none of the operation's.
+void know_time_zone() {
+  setenv("TZ", "UTC0", 1);
+  tzset();
+}
 
 // ---- Project name and ping ----
 
@@ -89,7 +97,11 @@ std::int64_t use_calendar() {
 std::vector<Operation> clock_parts() {
   return {
       {.name = "Clocks", .run = read_clocks, .answers = {{0}}, .reach = Reach::kKernel},
-      {.name = "Calendar", .run = use_calendar, .answers = {{0}}, .reach = Reach::kNothing},
+      {.name = "Calendar",
+       .before = know_time_zone,
+       .run = use_calendar,
+       .answers = {{0}},
+       .reach = Reach::kNothing},
       {.name = "Uptime",
        .run =
            [] {
@@ -147,11 +159,13 @@ std::vector<Operation> file_parts() {
        .answers = {{0}},
        .below_libc = true},
       {.name = "MessageFile",
+       .before = know_time_zone,
        .run = [] { return std::int64_t{CALL(vexa_write_msg2file)("/tmp/messages", "text")}; },
        .answers = kShellAnswers,
        .reach = Reach::kSystem,
        .below_libc = true},
       {.name = "MessageFileOfAFunction",
+       .before = know_time_zone,
        .run =
            [] {
              return std::int64_t{CALL(vexa_write_msg2file_ex)(g_message, "/tmp/messages", "vexa_f", "%d", 5)};
