@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <list>
 #include <random>
+#include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -409,6 +411,93 @@ TEST_F(List, WithoutATailAMergeJoinsAtTheEnd) {
   EXPECT_EQ(list_.count, 3u);
 }
 
+// A merge took the tail, and what then came to the front took its place: 3 1 2, of which 3 is the tail.
+class ListWithAWrongTail : public List {
+ protected:
+  void SetUp() override {
+    List::SetUp();
+    fill(list_, {&e1_, &e2_});
+    list_merge(&list_, &other_);
+    list_push_front(&list_, &e3_.link);
+    ASSERT_EQ(list_.tail, &e3_.link);
+  }
+};
+
+TEST_F(ListWithAWrongTail, PushBackGoesBehindAll) {
+  list_push_back(&list_, &e4_.link);
+  EXPECT_THAT(ids(list_), ElementsAre(3, 1, 2, 4));
+  EXPECT_EQ(list_.tail, &e4_.link);
+  EXPECT_EQ(list_.count, 4u);
+}
+
+TEST_F(ListWithAWrongTail, PopBackTakesTheLast) {
+  EXPECT_EQ(list_pop_back(&list_), &e2_.link);
+  EXPECT_THAT(ids(list_), ElementsAre(3, 1));
+  EXPECT_EQ(list_.tail, &e1_.link);
+  EXPECT_EQ(list_pop_back(&list_), &e1_.link);
+  EXPECT_EQ(list_pop_back(&list_), &e3_.link);
+  EXPECT_EQ(list_pop_front(&list_), nullptr);
+  EXPECT_EQ(list_.count, 0u);
+}
+
+TEST_F(ListWithAWrongTail, PopFrontDoesNotLeaveItsLinkForTheTail) {
+  EXPECT_EQ(list_pop_front(&list_), &e3_.link);
+  EXPECT_EQ(list_peek_back(&list_), nullptr);
+  list_push_back(&list_, &e4_.link);
+  EXPECT_EQ(e3_.link.next, &e1_.link) << "a removed link was written to";
+  EXPECT_THAT(ids(list_), ElementsAre(1, 2, 4));
+  EXPECT_EQ(list_.count, 3u);
+}
+
+TEST_F(ListWithAWrongTail, PopItemDoesNotLeaveItsLinkForTheTail) {
+  EXPECT_EQ(list_pop_item(&list_, &e3_.link), &e3_.link);
+  EXPECT_EQ(list_peek_back(&list_), nullptr);
+  EXPECT_EQ(list_pop_back(&list_), &e2_.link);
+  EXPECT_THAT(ids(list_), ElementsAre(1));
+  EXPECT_EQ(list_.tail, &e1_.link);
+}
+
+TEST_F(ListWithAWrongTail, PopItemOfTheLastRestoresIt) {
+  EXPECT_EQ(list_pop_item(&list_, &e2_.link), &e2_.link);
+  EXPECT_EQ(list_peek_back(&list_), &e1_.link);
+}
+
+TEST_F(ListWithAWrongTail, SplitGivesTheSecondItsOwnLastLink) {
+  list_split(&list_, &e1_.link, &other_);
+  EXPECT_EQ(other_.tail, &e2_.link);
+  list_push_back(&other_, &e4_.link);
+  EXPECT_THAT(ids(other_), ElementsAre(1, 2, 4));
+  EXPECT_EQ(other_.count, 3u);
+  EXPECT_THAT(ids(list_), ElementsAre(3));
+  EXPECT_EQ(list_.tail, &e3_.link);
+  EXPECT_EQ(list_.count, 1u);
+}
+
+TEST_F(ListWithAWrongTail, MergesJoinAtTheEnd) {
+  fill(other_, {&e4_});
+  list_merge(&list_, &other_);
+  EXPECT_THAT(ids(list_), ElementsAre(3, 1, 2, 4));
+  EXPECT_EQ(list_.tail, &e4_.link);
+}
+
+TEST_F(ListWithAWrongTail, ItIsMergedWithAllBehindIt) {
+  fill(other_, {&e4_});
+  list_merge(&other_, &list_);
+  EXPECT_EQ(list_pop_back(&other_), &e2_.link);
+  EXPECT_THAT(ids(other_), ElementsAre(4, 3, 1));
+  EXPECT_EQ(other_.count, 3u);
+}
+
+TEST_F(List, WithoutATailTheSecondOfASplitHasNoneEither) {
+  fill(list_, {&e1_, &e2_});
+  list_merge(&list_, &other_);
+  list_split(&list_, &e2_.link, &other_);
+  EXPECT_EQ(other_.tail, nullptr);
+  EXPECT_EQ(list_.tail, &e1_.link);
+  list_push_back(&other_, &e3_.link);
+  EXPECT_THAT(ids(other_), ElementsAre(2, 3));
+}
+
 TEST_F(List, MergeWithItselfChangesNothing) {
   fill(list_, {&e1_, &e2_});
   list_merge(&list_, &list_);
@@ -509,14 +598,25 @@ TEST_F(List, NullArgumentsAreRefused) {
 
 constexpr std::size_t kElements = 12;
 
-class ListModel : public ::testing::TestWithParam<unsigned> {
+enum class EmptySources { kLeftAlone, kMerged };
+
+class ListModel : public ::testing::TestWithParam<std::tuple<unsigned, EmptySources>> {
  protected:
+  static unsigned seed() { return std::get<0>(GetParam()); }
+  // Merging an empty source takes the tail: then any link, or none, may stand there.
+  static bool loses_tails() { return std::get<1>(GetParam()) == EmptySources::kMerged; }
+  bool is_tail(const list_link* tail, const std::list<int>& model) {
+    if (loses_tails()) {
+      return tail == nullptr || std::count(model.begin(), model.end(), id_of(tail)) == 1;
+    }
+    return tail == (model.empty() ? nullptr : link(model.back()));
+  }
   void expect_same() {
     for (int side = 0; side < 2; ++side) {
       const std::vector<int> expected(model_[side].begin(), model_[side].end());
       ASSERT_EQ(ids(lists_[side]), expected);
       ASSERT_EQ(lists_[side].count, expected.size());
-      ASSERT_EQ(lists_[side].tail, expected.empty() ? nullptr : link(expected.back()));
+      ASSERT_TRUE(is_tail(lists_[side].tail, model_[side]));
     }
   }
   list_link* link(int id) { return &elements_[static_cast<std::size_t>(id)].link; }
@@ -535,7 +635,7 @@ class ListModel : public ::testing::TestWithParam<unsigned> {
   unsigned below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
   void step();
 
-  std::mt19937 random_{GetParam()};
+  std::mt19937 random_{seed()};
   list_header lists_[2] = {};
   std::list<int> model_[2];
   std::array<Element, kElements> elements_{};
@@ -588,7 +688,7 @@ void ListModel::step() {
       break;
     case 7:
       // In one direction: threads that merged in both could block each other, and a sanitizer says so.
-      if (model_[1].empty() && !model_[0].empty()) break;  // takes the tail, by contract
+      if (model_[1].empty() && !loses_tails()) break;
       list_merge(&lists_[0], &lists_[1]);
       model_[0].splice(model_[0].end(), model_[1]);
       break;
@@ -600,7 +700,7 @@ void ListModel::step() {
 }
 
 TEST_P(ListModel, HoldsTheSameAfterEachOfManySteps) {
-  SCOPED_TRACE("seed " + std::to_string(GetParam()));
+  SCOPED_TRACE("seed " + std::to_string(seed()));
   for (std::size_t i = 0; i < kElements; ++i) {
     elements_[i].id = static_cast<int>(i);
     free_.push_back(static_cast<int>(i));
@@ -611,7 +711,10 @@ TEST_P(ListModel, HoldsTheSameAfterEachOfManySteps) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, ListModel, ::testing::Values(1u, 2u, 3u, std::random_device()()));
+INSTANTIATE_TEST_SUITE_P(Seeds, ListModel,
+                         ::testing::Combine(::testing::Values(1u, 2u, 3u, std::random_device()()),
+                                            ::testing::Values(EmptySources::kLeftAlone,
+                                                              EmptySources::kMerged)));
 
 // ---- Threads ---------------------------------------------------------------------
 

@@ -51,7 +51,7 @@ typedef struct list_link list_link;
 /** A list. Zeros, or set up by list_init(); must not be moved or copied once it was used. */
 struct list_header {
   struct list_link *head; /**< first link; NULL when empty */
-  struct list_link *tail; /**< last link; NULL when empty, and see list_merge() */
+  struct list_link *tail; /**< last link, but see list_merge(); NULL when empty */
   uint32_t count;         /**< elements */
   uint32_t initialised;   /**< 1: the header is in use */
   pthread_mutex_t lock;   /**< guards links and count */
@@ -70,14 +70,14 @@ VEXA_API void list_destroy(list_header *list);
 
 /**
  * Puts a link before all others.
- * @note A list without a last link (see list_merge()) takes the new link for it.
+ * @note Where the tail is NULL (see list_merge()), the new link stands there.
  */
 VEXA_API void list_push_front(list_header *list, list_link *link);
 
 /** Removes the first link. @return it; NULL when the list is empty */
 VEXA_API list_link *list_pop_front(list_header *list);
 
-/** Puts a link behind all others. */
+/** Puts a link behind all others. @note Walks where the tail is not the last link (see list_merge()). */
 VEXA_API void list_push_back(list_header *list, list_link *link);
 
 /**
@@ -93,7 +93,9 @@ VEXA_API uint32_t list_size(list_header *list);
 /** @return the first link, which stays in the list; NULL when the list is empty */
 VEXA_API list_link *list_peek_front(list_header *list);
 
-/** @return the last link, which stays in the list; NULL when the list is empty or has none (see list_merge())
+/**
+ * @return the tail, which stays in the list: the last link, but see list_merge().
+ *         NULL when the list is empty
  */
 VEXA_API list_link *list_peek_back(list_header *list);
 
@@ -148,10 +150,11 @@ VEXA_API list_link *list_linear_search(list_header *list, list_compare_fn compar
  * @param dst  receives them
  * @param src  is empty and usable afterwards. With dst itself nothing happens
  * @note An empty src takes its last link from a dst that has elements: dst's tail
- *       is NULL then. list_push_back() and list_pop_back() find the end by a walk
- *       and restore it; list_push_front() takes its own link for the last one, and
- *       a later list_push_back() or list_pop_back() then loses the links between.
- *       Ask list_size() of src first.
+ *       is NULL then. list_push_front() fills that place with its own link, and
+ *       list_pop_front() or list_pop_item() of that link empties it again. Only
+ *       list_peek_back() shows it: what works at the end of the list finds the
+ *       true last link by a walk, and list_push_back(), list_pop_back() and a
+ *       merge of a list with elements restore the tail.
  * @note Locks dst, then src: threads that merge in both directions at once can
  *       block each other for ever.
  */
@@ -165,7 +168,8 @@ VEXA_API void list_merge(list_header *dst, list_header *src);
  *                list, nothing happens
  * @param second  receives them. Links it held before are forgotten, so it should
  *                be empty. With list itself nothing happens
- * @note Walks the list. Locks list, then second.
+ * @note A tail that is NULL (see list_merge()) becomes second's. Walks the list.
+ *       Locks list, then second.
  */
 VEXA_API void list_split(list_header *list, list_link *link, list_header *second);
 

@@ -23,10 +23,10 @@ list_header& ready(list_header* list) {
 
 // The steps below expect the lock to be held.
 
-// A merge may have left a list with elements and without a tail.
+// Of a list with elements. A merge may have left it without a tail, and a push to its front may have
+// filled that place since, so that the tail is only where to begin.
 list_link* last(const list_header& list) {
-  if (list.tail || list.count == 0) return list.tail;
-  list_link* link = list.head;
+  list_link* link = list.tail ? list.tail : list.head;
   while (link->next) link = link->next;
   return link;
 }
@@ -54,7 +54,11 @@ Place find(const list_header& list, const list_link* wanted) {
 // The removed link keeps its own pointer.
 void remove(list_header& list, const Place& place, list_link* link) {
   (place.before ? place.before->next : list.head) = link->next;
-  if (!link->next) list.tail = place.before;
+  if (!link->next) {
+    list.tail = place.before;
+  } else if (list.tail == link) {
+    list.tail = nullptr;
+  }
   --list.count;
 }
 
@@ -91,7 +95,7 @@ list_link* list_pop_front(list_header* list) {
   if (list->count == 0) return nullptr;
   list_link* const link = list->head;
   list->head = link->next;
-  if (!list->head) list->tail = nullptr;
+  if (!list->head || list->tail == link) list->tail = nullptr;
   --list->count;
   return link;
 }
@@ -210,7 +214,7 @@ void list_split(list_header* list, list_link* link, list_header* second) {
   const Place place = find(*list, link);
   if (!place.found) return;
   second->head = link;
-  second->tail = list->tail;
+  second->tail = list->tail ? last(*list) : nullptr;
   second->count = list->count - place.index;
   (place.before ? place.before->next : list->head) = nullptr;
   list->tail = place.before;
