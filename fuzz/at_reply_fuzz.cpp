@@ -82,7 +82,10 @@ std::string expected_reply(const std::string& command, std::size_t& waits) {
       for (const char blank : {' ', '\r', '\n'}) {
         while (at < got && buffer[at] == blank) ++at;
       }
-      const std::string rest = at < got ? std::string(buffer.c_str() + at) : std::string();
+      std::size_t end = got;
+      while (at < end && buffer[at] == '\0') ++at;
+      while (end > at && buffer[end - 1] == '\0') --end;
+      const std::string rest = buffer.substr(at, end - at);
       buffer = rest + std::string(VEXA_AT_REPLY_SIZE - rest.size(), '\0');
       total = rest.size();
     } else {

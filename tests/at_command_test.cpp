@@ -144,6 +144,9 @@ INSTANTIATE_TEST_SUITE_P(
         {"Alone", {"AT+CSQ\r", "\r\n+CSQ: 1\r\n", "\r\nOK\r\n"}, "\r\n+CSQ: 1\r\n\r\nOK\r\n"},
         {"AloneWithItsLineEnds", {"AT+CSQ\r\r\n", "OK\r\n"}, "OK\r\n"},
         {"AloneWithATerminator", {"AT+CSQ\r\0"s, "OK\r\n"}, "OK\r\n"},
+        {"AloneWithTerminatorsBehindItsLineEnds", {"AT+CSQ\r\r\n\0\0"s, "OK\r\n"}, "OK\r\n"},
+        {"WithATerminatorBehindIt", {"AT+CSQ\r\0\r\nOK\r\n"s, "x"}, "\r\nOK\r\n"},
+        {"ThenATerminatorAndMoreInTheSecond", {"AT+CSQ\r\r\n+CSQ: 1\r\n\0"s, "OK\r\n"}, "+CSQ: 1\r\nOK\r\n"},
         {"ThenMoreInTheSecond", {"AT+CSQ\r\r\n+CSQ: 1\r\n", "OK\r\n"}, "+CSQ: 1\r\nOK\r\n"},
     }),
     [](const auto& tested) { return tested.param.name; });
@@ -154,15 +157,27 @@ TEST_F(AtCommand, NothingOfARemovedEchoIsLeftInTheBuffer) {
   EXPECT_EQ(whole_reply("AT+CSQ"), padded("OK\r\n"));
 }
 
+TEST_F(AtCommand, ATerminatorInTheRestBehindAnEchoIsKeptWithWhatFollows) {
+  if (IsSkipped()) return;
+  AtPeer peer({"AT+CSQ\r\r\n+X: 1\0\r\nOK\r\n"s, "x"});
+  EXPECT_EQ(whole_reply("AT+CSQ"), padded("+X: 1\0\r\nOK\r\n"s));
+}
+
 TEST_F(AtCommand, AnEchoAloneIsClearedAndTheNextDatagramStandsAtTheStart) {
   if (IsSkipped()) return;
   AtPeer peer({"AT\r\r\n", "\r\nOK\r\n"});
   LogCapture log;
-  vexa_set_log_level(1);
   EXPECT_EQ(whole_reply("AT"), padded("\r\nOK\r\n"));
-  EXPECT_TRUE(log_is(log, {"1 oem_util_send_at|send at cmd:[3,AT\r]\n",
-                           "1 oem_util_send_at|recvfrom[0,0] 5 bytes:[5, AT\r\r\n]\n",
-                           "1 oem_util_send_at|recvfrom[1,0] 6 bytes:[6, \r\nOK\r\n]\n"}));
+  EXPECT_TRUE(log_is(
+      log, {"1 oem_util_send_at|send at cmd:[3,AT\r]\n",
+            "1 oem_util_send_at|recvfrom[0,0] 5 bytes:[5, AT\r\r\n]\n",
+            "0 oem_util_send_at|str_end_rsp[k]=ERROR\r\n", "0 oem_util_send_at|str_end_rsp[k]=OK\r\n\r\n",
+            "0 oem_util_send_at|str_end_rsp[k]=0\r\r\n", "0 oem_util_send_at|str_end_rsp[k]=3\r\r\n",
+            "0 oem_util_send_at|str_end_rsp[k]=3\r\n", "0 oem_util_send_at|str_end_rsp[k]=4\r\r\n",
+            "0 oem_util_send_at|str_end_rsp[k]=NO CARRIER\r\n",
+            "0 oem_util_send_at|str_end_rsp[k]=+CME ERROR:\r\n",
+            "1 oem_util_send_at|recvfrom[1,0] 6 bytes:[6, \r\nOK\r\n]\n",
+            "0 oem_util_send_at|str_end_rsp[k]=ERROR\r\n", "0 oem_util_send_at|str_end_rsp[k]=OK\r\n\r\n"}));
 }
 
 // ---- Ends ----

@@ -34,9 +34,11 @@ VEXA_BEGIN_DECLS
  * handler, or fails, counts as one of the three. Datagrams are taken from whoever
  * sends them to the call's socket.
  *
- * In the first datagram the command and everything before it are removed, and behind
- * it a run of spaces, of carriage returns and of line feeds. The reading ends with
- * the first of these at the beginning of a line, wherever it stands in the reply:
+ * From what the first of the three attempts brings, the command and everything before
+ * it are removed, and behind it a run of spaces, of carriage returns and of line feeds,
+ * then NUL bytes at both ends of what is left. After an attempt without a datagram the
+ * reply keeps a repeated command. The reading ends with the first of these at the
+ * beginning of a line, behind a NUL byte too, wherever it stands in the reply:
  *
  *     "ERROR"  "OK\r\n"  "0\r"  "3\r"  "3"  "4\r"  "NO CARRIER"  "+CME ERROR:"
  *

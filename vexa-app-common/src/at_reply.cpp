@@ -26,8 +26,10 @@ void Reply::take_without_echo(std::size_t received, std::string_view command) {
   std::string_view rest = datagram;
   rest.remove_prefix(echo + command.size());
   for (const char blank : {' ', '\r', '\n'}) skip(rest, blank);
-  // A service may send terminators along: the next datagram has to join the text, not stand behind one.
-  rest = rest.substr(0, rest.find('\0'));
+  // A service may send terminators along: text begins the reply, and the next datagram joins it. Those in
+  // between stay, for an end may stand behind them.
+  skip(rest, '\0');
+  rest = rest.substr(0, rest.find_last_not_of('\0') + 1);
   total_ = rest.size();
   std::memmove(text_.get(), rest.data(), total_);
   std::memset(text_.get() + total_, 0, kSize - total_);
