@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "support/child.h"
 #include "support/log_text.h"
 #include "support/network_fixture.h"
 #include "support/replaced_file.h"
@@ -234,6 +235,26 @@ TEST_F(ProjectPara, DoesNotWaitForAPipeOrReadADirectory) {
   ASSERT_EQ(rmdir(kFallback), 0);
 }
 
+TEST_F(ProjectPara, DoesNotReadADeviceForEver) {
+  for (const char* device : {"/dev/zero", "/dev/null"}) {
+    ASSERT_EQ(symlink(device, kFallback), 0);
+    const auto child = vexa_test::run_in_child(
+        [&] {
+          EXPECT_EQ(para(), "-1 ");
+          EXPECT_TRUE(log.lines().empty());
+        },
+        5);
+    EXPECT_EQ(child.exit_code, 0) << device << child.out;
+    ASSERT_EQ(unlink(kFallback), 0);
+  }
+}
+
+TEST_F(ProjectPara, OfALinkToAFileIsFound) {
+  write_file("/tmp/elsewhere", "project=ABC");
+  ASSERT_EQ(symlink("/tmp/elsewhere", kFallback), 0);
+  EXPECT_EQ(para(), "0 ABC\0"s);
+}
+
 TEST_F(ProjectPara, WithoutABufferIsRefused) {
   write_file(kFallback, "project=ABC");
   EXPECT_EQ(get_project_para(nullptr), -1);
@@ -272,6 +293,19 @@ TEST_F(ProjectName, ThatIsNowhereIsReportedUnderOneName) {
   EXPECT_STREQ(dst, "abc");
   EXPECT_TRUE(log_is(log, {"3 __oem_get_project_name_cmdline|Could not find oem.project in quiet\n",
                            "3 __oem_get_project_name_cmdline|can't not match project\n"}));
+}
+
+TEST_F(ProjectName, OfOnlySpaceIsNotFoundWithoutAFile) {
+  const ReplacedFile file(kCommandLine, "quiet vexa.project= \n");
+  EXPECT_EQ(project(), "-1 ");
+  EXPECT_TRUE(
+      log_is(log, {"3 __oem_get_project_name_cmdline|Only containe space in quiet vexa.project= \n"}));
+  log.clear();
+  file.write("quiet oem.project= \n");
+  char dst[4] = "abc";
+  EXPECT_EQ(vexa_get_project_name_cmdline_oem_version(dst, 3), -1);
+  EXPECT_STREQ(dst, "abc");
+  EXPECT_TRUE(log_is(log, {"3 __oem_get_project_name_cmdline|Only containe space in quiet oem.project= \n"}));
 }
 
 TEST_F(ProjectName, OfTheFileStaysWithinTheBuffer) {

@@ -53,8 +53,9 @@ VEXA_API int32_t odm_get_value_from_string(const char *key, char *dst, int32_t d
  *             piece has no equals sign, begins with one, or nothing follows it
  * @retval 0  a piece has the word "project"
  * @retval -1 none has ("can't not match %s\n" with "project", at level 3, for each
- *            piece); the file is missing or cannot be read (not logged); dst is NULL
- *            ("NULL Pointer\n", level 3)
+ *            piece); the file is missing, cannot be read or is no regular file, such as
+ *            a pipe, a directory or a device (not logged); dst is NULL ("NULL
+ *            Pointer\n", level 3)
  * @note Reads to the end of the file. Where len is known,
  *       vexa_get_project_name_cmdline() does not write beyond it.
  */

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The project name: on the kernel command line, else in a file.
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -78,14 +79,19 @@ std::string_view word_behind_equals(std::string_view text) {
   return text.substr(0, length);
 }
 
+bool is_regular(int fd) {
+  struct stat status = {};
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
 int32_t find_in_file(const char* function, char* dst, std::size_t room) {
   if (!dst) {
     VEXA_LOG(vexa::log::kError, function, "NULL Pointer\n");
     return -1;
   }
-  // Anyone may have put it there; a pipe must not hold up the caller.
+  // Anyone may have put it there: a pipe must not hold up the caller, nor a device that never ends.
   const vexa::Descriptor file(open(kFallbackFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return -1;
+  if (!file || !is_regular(file.get())) return -1;
   std::array<char, kChunk + 1> chunk;
   for (;;) {
     const ssize_t count = vexa::read_full(file.get(), std::span(chunk).first<kChunk>());
