@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string>
 
+#include "support/child.h"
 #include "support/device_fixture.h"
 #include "support/failing_calloc.h"
 #include "support/log_text.h"
@@ -33,6 +35,23 @@ extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now,
   *now = {precise.tv_sec, precise.tv_nsec / 1000};
   return 0;
 }
+
+// ---- Memory that is short ---------------------------------------------------
+
+namespace {
+
+std::size_t g_refused_malloc = 0;
+
+}  // namespace
+
+#if VEXA_TEST_OWN_CALLOC
+extern "C" void* __libc_malloc(std::size_t size);
+
+extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
+  const bool refused = size != 0 && size == g_refused_malloc;
+  return refused ? nullptr : __libc_malloc(size);
+}
+#endif
 
 namespace {
 
@@ -115,6 +134,17 @@ TEST_F(MessageFile, GivesTheShellsStatus) {
   EXPECT_FALSE(exists(kFile));
 }
 
+TEST_F(MessageFile, IsWrittenWhereTheHostIgnoresItsChildrenAlthoughTheStatusIsLost) {
+  const auto child = vexa_test::run_in_child([this] {
+    std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(vexa_write_msg2file(kFile, "hello"), -1);
+    EXPECT_EQ(log_count(log, "3 oem_system_call|system error!\n"), 1u);
+    EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, "f", "hello"), -1);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+  EXPECT_EQ(read_file(kFile), std::string(kStamp) + "hello\n" + kStamp + "f: hello\n");
+}
+
 TEST_F(MessageFile, TakesACommandOf2047Bytes) {
   const std::string message(2011 - std::strlen(kFile), 'm');
   EXPECT_EQ(vexa_write_msg2file(kFile, message.c_str()), 0);
@@ -168,6 +198,18 @@ TEST_F(MessageFile, DoesNotRunACommandOfMoreThan12659Bytes) {
 
 TEST_F(MessageFile, HasAnEmptyLineWithoutAName) {
   EXPECT_EQ(vexa_write_msg2file_ex(buf.data(), kFile, nullptr, "text"), 0);
+  EXPECT_EQ(read_file(kFile), "\n");
+  EXPECT_STREQ(buf.data(), "text");
+}
+
+TEST_F(MessageFile, HasAnEmptyLineWithoutMemoryForTheName) {
+  VEXA_NEEDS_OWN_CALLOC();
+  // Longer than whatever else is allocated, and shown as long as it is.
+  const std::string name(5000, 'n');
+  g_refused_malloc = name.size() + 1;
+  const int result = vexa_write_msg2file_ex(buf.data(), kFile, name.c_str(), "text");
+  g_refused_malloc = 0;
+  EXPECT_EQ(result, 0);
   EXPECT_EQ(read_file(kFile), "\n");
   EXPECT_STREQ(buf.data(), "text");
 }

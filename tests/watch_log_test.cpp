@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "vexadm/watch_log.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <locale.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -113,6 +116,22 @@ TEST_F(WatchLog, IsSilentWithoutAnUptime) {
   ASSERT_EQ(mount("/proc/self/mem", kUptime, nullptr, MS_BIND, nullptr), 0);
   EXPECT_EQ(oem_watch("here", 7, "text"), 0);
   umount2(kUptime, MNT_DETACH);
+  EXPECT_FALSE(exists(kA));
+}
+
+TEST_F(WatchLog, IsSilentWhereTheUptimeCannotBeOpened) {
+  // Opening a socket's place fails, for root as well.
+  const int socket_place = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const sockaddr_un address = {AF_UNIX, "/tmp/no-uptime"};
+  ASSERT_EQ(bind(socket_place, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(mount("/tmp/no-uptime", kUptime, nullptr, MS_BIND, nullptr), 0);
+  const int opened = open(kUptime, O_RDONLY | O_CLOEXEC);
+  const int result = oem_watch("here", 7, "text");
+  umount2(kUptime, MNT_DETACH);
+  close(socket_place);
+  unlink("/tmp/no-uptime");
+  EXPECT_EQ(opened, -1);
+  EXPECT_EQ(result, 0);
   EXPECT_FALSE(exists(kA));
 }
 

@@ -88,7 +88,9 @@ VEXA_API int32_t vexa_get_project_name_cmdline_oem_version(char *dst, int32_t le
  * @param host  name or address, handed to the shell as it is: a text that a user typed
  *              has no place in it. At most 223 bytes, else the command is not run
  * @retval 0  answered; the tries left are not made
- * @retval -1 did not answer three times, is too long, or ping could not be started
+ * @retval -1 did not answer three times, is too long, or ping could not be started. Also
+ *            for a host that answered, where SIGCHLD is ignored or the program waits
+ *            for any child: what ping said is lost (see vexa_system_call_ex())
  * @retval 3  host is NULL; logs nothing
  * @note After each try logs ">>>ping status:%s>>>\n", with "success" at level 0 or with
  *       "fail" at level 3; beside that what vexa_system_call_ex() logs. Blocks for about

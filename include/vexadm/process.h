@@ -24,6 +24,15 @@ VEXA_BEGIN_DECLS
 
 /* ---- By the shell -------------------------------------------------------- */
 
+/*
+ * A host that has SIGCHLD ignored, or that waits for any child (waitpid(-1, ...)) in a
+ * handler or another thread, takes the shell's status away from these functions. The
+ * command has run all the same. vexa_system_call(), vexa_system_call_var_arg() and
+ * vexa_system_call_ex() then answer -1 as if it had not, and with them
+ * vexa_write_msg2file(), vexa_write_msg2file_ex() (watch_log.h) and vexa_ping_state()
+ * (identity.h). Leave SIGCHLD at SIG_DFL and wait for children by their number.
+ */
+
 /**
  * Runs a command line by system(); its output goes where the caller's goes.
  *
@@ -34,7 +43,8 @@ VEXA_BEGIN_DECLS
  *             result=%d.\n")
  * @retval -1  not run: cmd_len is not the length of cmd ("System call length
  *             mismatch: %d != %d\n", cmd_len and the length); the shell could
- *             not be started, or cmd is NULL ("system error!\n")
+ *             not be started, or cmd is NULL ("system error!\n"). Also after a
+ *             run whose status was lost ("system error!\n"), see By the shell
  * @return otherwise the wait status as waitpid() gives it, logged with the exit
  *         code: an exit code of 3 is 768 ("run shell script fail=%d, script exit
  *         code: %d\n"), and 127 may also mean that system() had no process for the
@@ -67,7 +77,8 @@ VEXA_API int32_t vexa_system_call_var_arg(char *buf, uint32_t buf_size, const ch
  * @retval 0   exited with 0; logs nothing more
  * @retval -1  not run: cmd_len is not the length of cmd ("system call length
  *             mismatch: %d != %d\n"); the shell could not be started, or cmd is
- *             NULL ("system command failed\n", and the line below)
+ *             NULL ("system command failed\n", and the line below). Also after
+ *             a run whose status was lost (the line below), see By the shell
  * @return otherwise the exit code, 1 to 255; or the wait status when a signal
  *         ended the shell; logged: "system command failed, rc=%d errno: %d\n"
  * @note Before the run "system call: %s\n" is logged at level 0.

@@ -8,8 +8,9 @@
  * line that fills it is still whole. Lines go to A until it is full, then to B; when both
  * are full, A and B in turn are emptied and written again.
  *
- * The library makes no directory: whoever sets up the device makes "/data/oem/logs". No
- * failure is reported but the one named below, and none is logged by these functions.
+ * The library makes no directory: whoever sets up the device makes "/data/oem/logs". Of
+ * the watch log no failure is reported but the one that is named below, and none is
+ * logged. The message files are written by vexa_system_call(), which logs.
  */
 #ifndef VEXADM_WATCH_LOG_H
 #define VEXADM_WATCH_LOG_H
@@ -49,7 +50,9 @@ VEXA_API int32_t oem_watch(const char *where, int32_t line, const char *fmt, ...
  * @param msg   text
  * @return what vexa_system_call() returns: 0 when written; -1 when path or msg is NULL, or
  *         the command is longer than 2047 bytes (msg and path together longer than 2011).
- *         Such a command is cut and, being no longer what was meant, not run
+ *         Such a command is cut and, being no longer what was meant, not run. -1 also
+ *         for a line that is written, in a host that has SIGCHLD ignored or waits for
+ *         any child
  * @note TIME is local time, unlike in the lines of log.h: "2024-02-29 12:34:56.789".
  *       Blocks until the shell ends. Thread-safe. Logs what vexa_system_call() logs.
  */
@@ -66,8 +69,11 @@ VEXA_API int32_t vexa_write_msg2file(const char *path, const char *msg);
  *              a lack of memory for the shown name: the line is appended empty
  * @param fmt   printf format, followed by its values
  * @return what vexa_system_call() returns: 0 when written; -1 when buf, path or fmt is
- *         NULL or the command is longer than 12659 bytes (it is not run then). 0, too, and
- *         nothing is written, when memory for the command is short
+ *         NULL or the command is longer than 12659 bytes (it is not run then), and as for
+ *         vexa_write_msg2file() when the status is lost. 0, too, and nothing is
+ *         written, when memory for the command is short
+ * @note Blocks until the shell ends. Thread-safe for distinct buffers. Logs what
+ *       vexa_system_call() logs.
  */
 VEXA_API int32_t vexa_write_msg2file_ex(char *buf, const char *path, const char *func, const char *fmt, ...)
     VEXA_PRINTF(4, 5);
