@@ -3,9 +3,10 @@
  * @file clock.h
  * Clock readings, days between dates, and milliseconds as date and time.
  *
- * Nothing blocks or allocates. No function keeps state: all are thread-safe. A NULL
- * where a record belongs is refused: the function then writes nothing, and returns
- * NULL where it returns a record.
+ * Nothing blocks or allocates but get_days(), which may read the time zone's data,
+ * and the lines that functions log or print. No function keeps state: all are
+ * thread-safe. A NULL where a record belongs is refused: the function then writes
+ * nothing, and returns NULL where it returns a record.
  */
 #ifndef VEXADM_CLOCK_H
 #define VEXADM_CLOCK_H
@@ -74,7 +75,8 @@ VEXA_DATA const uint8_t g_day_per_mon[12];
  * @param date2  likewise
  * @return whole days, negative when date2 comes before date1; 0 when a date is NULL, is
  *         not of this form, or cannot be represented
- * @note Uses the process's time zone (TZ). Logs nothing.
+ * @note Uses the process's time zone (TZ): mktime() may open the zone's file, allocate
+ *       and wait for the C library's lock on it. Logs nothing.
  */
 VEXA_API int32_t get_days(const char *date1, const char *date2);
 
