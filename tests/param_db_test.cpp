@@ -414,6 +414,15 @@ TEST_F(ParamDb, ATextIsWrittenAsFarAsItsVariableGoes) {
   EXPECT_EQ(query(kUser, "select a from t"), "abc");
 }
 
+TEST_F(ParamDb, ATextWhoseSizeIsNotGivenIsWrittenToItsTerminator) {
+  if (IsSkipped()) return;
+  user("create table t(a); insert into t values('old')");
+  char variable[] = "new";
+  OneParam one(6, variable, 0);
+  EXPECT_EQ(vexa_db_update_db_from_struct(&one.table, -1), 0u);
+  EXPECT_EQ(query(kUser, "select a from t"), "new");
+}
+
 TEST_F(ParamDb, ATextOfAColumnsNameIsTheColumnsValue) {
   if (IsSkipped()) return;
   user("create table t(a, b); insert into t values('x', 'bee')");
@@ -594,6 +603,17 @@ TEST_F(ParamDbWrite, WithANumberThatNoRecordHasWritesNothingAndSyncs) {
   EXPECT_EQ(rows(kUser, "select * from t"), "0,0,0\n5,5,5");
   EXPECT_TRUE(log_is(log, {}));
   EXPECT_EQ(g_syncs, 1);
+}
+
+TEST_F(ParamDbWrite, OfATableWithoutRecordsWritesNothingAndSyncs) {
+  if (IsSkipped()) return;
+  params_[0].key = nullptr;
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_update_db_from_struct(&table_, -1), 0u);
+  EXPECT_EQ(vexa_db_update_db_from_struct(&table_, 20), 0u);
+  EXPECT_EQ(rows(kUser, "select * from t"), "0,0,0\n5,5,5");
+  EXPECT_TRUE(log_is(log, {}));
+  EXPECT_EQ(g_syncs, 2);
 }
 
 TEST_F(ParamDbWrite, EndsAtTheFirstFailureAndSyncs) {
@@ -1041,6 +1061,37 @@ TEST_F(ParamDb, ARecordWithoutAVariableIsRefused) {
                            "0 oem_db_reload_value|id = 1,i = 0,param_table[i].param_id= 1\n",
                            "3 oem_db_reload_value|Error, key:a has no variable.\n"}));
   EXPECT_EQ(query(kUser, "select a from t"), "1");
+}
+
+TEST_F(ParamDb, ARecordOfATypeThatIsPassedOverNeedsNoVariable) {
+  if (IsSkipped()) return;
+  both("1", "2");
+  for (const std::uint32_t type : {4u, 8u}) {
+    OneParam one(type, nullptr, 4);
+    const std::string refused = "|Error, param_type:" + std::to_string(type) + " \n";
+    const LogCapture log;
+    EXPECT_EQ(vexa_db_query_db_init_struct(&one.table), 0u);
+    EXPECT_EQ(log_count(log, "3 oem_db_query_db_init_struct" + refused), 1u);
+    EXPECT_EQ(vexa_db_reload_value(&one.table, 1), 0u);
+    EXPECT_EQ(log_count(log, "3 oem_db_reload_value" + refused), 1u);
+    EXPECT_EQ(log_count(log, "3 <any>"), 2u);
+    EXPECT_EQ(query(kUser, "select a from t"), "2");
+    user("update t set a = 1");
+  }
+  for (const std::uint32_t type : {3u, 8u}) {
+    OneParam one(type, nullptr, 4);
+    const LogCapture log;
+    EXPECT_EQ(vexa_db_update_db_from_struct(&one.table, -1), 0u);
+    EXPECT_TRUE(
+        log_is(log, {"3 oem_db_update_db_from_struct|Error, param_type:" + std::to_string(type) + " \n"}));
+  }
+  EXPECT_EQ(query(kUser, "select a from t"), "1");
+  // Type 4 is written, type 3 loaded.
+  OneParam written(4, nullptr, 4);
+  EXPECT_EQ(vexa_db_update_db_from_struct(&written.table, -1), 1u);
+  OneParam loaded(3, nullptr, 2);
+  EXPECT_EQ(vexa_db_query_db_init_struct(&loaded.table), 1u);
+  EXPECT_EQ(vexa_db_reload_value(&loaded.table, 1), 1u);
 }
 
 TEST_F(ParamDb, NullNamesAndValuesAreRefused) {

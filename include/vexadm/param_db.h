@@ -114,10 +114,13 @@ enum vexa_db_which { VEXA_DB_USER = 0, VEXA_DB_FACTORY = 1 };
 
 /** One parameter. */
 struct vexa_db_param {
-  void *value;      /**< the host's variable, of the type's width; must outlive the record */
+  void *value;      /**< the host's variable, of the type's width; must outlive the record. Not
+                         looked at, so that it may be NULL, by a function that does not take
+                         the type */
   const char *key;  /**< column name, terminated; NULL ends the array */
   uint32_t type;    /**< enum vexa_db_type */
-  uint32_t size;    /**< of a text: capacity of the variable in bytes, terminator included */
+  uint32_t size;    /**< of a text: capacity of the variable in bytes, terminator included. 0: it
+                         is not loaded, and written up to its terminator */
   int32_t param_id; /**< the host's number, by which single records are chosen; not -1 */
 };
 typedef struct vexa_db_param vexa_db_param;
@@ -147,9 +150,10 @@ typedef int (*vexa_db_row_fn)(void *argument, int columns, char **values, char *
  * @retval 0 loaded; also when the first record has a NULL key. Records of a type
  *           that is not loaded keep their variable
  * @retval 1 table, its name or its array is NULL ("Error, tbl_name is null. \n"); a
- *           record has no variable ("Error, key:%s has no variable.\n"); a query
- *           failed or found no row ("Error, db:%s search_by_table return failed.
- *           sql_cmd:%s\n", user path). Records before that one are loaded
+ *           record has no variable for a type that is loaded ("Error, key:%s has no
+ *           variable.\n"); a query failed or found no row ("Error, db:%s
+ *           search_by_table return failed. sql_cmd:%s\n", user path). Records before
+ *           that one are loaded
  * @note A text is cleared over its size, and takes size - 1 bytes; of a NULL cell it
  *       is empty, and vexa_string_memcpy() logs "Invalid string parameter.\n". With a
  *       size of 0 nothing is written. The first row counts where there are more.
@@ -164,13 +168,15 @@ VEXA_API uint32_t vexa_db_query_db_init_struct(const vexa_db_table *table);
  *
  * @param table     parameter table
  * @param param_id  number of the records to write; -1: all
- * @retval 0 written; also when no record has the number. Records of a type that is
+ * @retval 0 written; also when no record has the number or the first one has a NULL
+ *           key: nothing is written then, and sync() called. Records of a type that is
  *           not written are left out
  * @retval 1 table, its name or its array is NULL ("Error, tbl_name is null. \n"; no
- *           sync()); a record has no variable ("Error, key:%s has no variable.\n"); a
- *           statement failed ("Error, tbl_name:%s update key:[%s] failed.\n"). Records
- *           before that one are written
- * @note Of a text, at most size bytes are read. Each row of the table is written.
+ *           sync()); a record has no variable for a type that is written ("Error,
+ *           key:%s has no variable.\n"); a statement failed ("Error, tbl_name:%s update
+ *           key:[%s] failed.\n"). Records before that one are written
+ * @note Of a text, at most size bytes are read. A size of 0 sets no bound: the text
+ *       must be terminated. Each row of the table is written.
  */
 VEXA_API uint32_t vexa_db_update_db_from_struct(const vexa_db_table *table, int32_t param_id);
 
@@ -182,9 +188,10 @@ VEXA_API uint32_t vexa_db_update_db_from_struct(const vexa_db_table *table, int3
  * @param param_id  number of the record; -1 is a number like any other
  * @retval 0 reloaded
  * @retval 1 table, its name or its array is NULL ("Error, tbl_name is null. \n"); no
- *           record has the number ("Error, PARAM TYPE SETING ERROR.\n"); a record has
- *           no variable ("Error, key:%s has no variable.\n"); a factory query failed or
- *           found no row ("Error, db:%s search_by_table return failed.\n", factory
+ *           record has the number, as in an array whose first record has a NULL key
+ *           ("Error, PARAM TYPE SETING ERROR.\n"); a record has no variable for a type
+ *           that is loaded ("Error, key:%s has no variable.\n"); a factory query failed
+ *           or found no row ("Error, db:%s search_by_table return failed.\n", factory
  *           path, under __vexa_db_get_factory_value): nothing is written; the user
  *           database could not be written: the variables are loaded
  * @note Where several records have the number all variables are loaded, but only the

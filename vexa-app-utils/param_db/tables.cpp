@@ -34,8 +34,9 @@ bool is_complete(const vexa_db_table* table, const char* function) {
   return false;
 }
 
-bool has_variable(const vexa_db_param& param, const char* function) {
-  if (param.value) return true;
+// A record that the function passes over needs none.
+bool has_variable(const vexa_db_param& param, Variable ParamType::*column, const char* function) {
+  if (param.value || !takes(param.type, column)) return true;
   VEXA_LOG(log::kError, function, "Error, key:%s has no variable.\n", param.key);
   return false;
 }
@@ -45,7 +46,7 @@ void load(const vexa_db_param& param, const Rows& rows, const char* function) {
 }
 
 bool load_from_user(const char* table, const vexa_db_param& param) {
-  if (!has_variable(param, kInit)) return false;
+  if (!has_variable(param, &ParamType::loaded, kInit)) return false;
   Statement select;
   select.build("select %s from %s", param.key, table);
   VEXA_LOG(log::kDebug, kInit, "rc:%d, search_by_table sql_cmd:%s\n", 0, select.text());
@@ -86,7 +87,7 @@ Statement update_of(const char* table, const vexa_db_param& param) {
 }
 
 uint32_t write_to_user(const char* table, const vexa_db_param& param) {
-  if (!has_variable(param, kUpdate)) return 1;
+  if (!has_variable(param, &ParamType::written, kUpdate)) return 1;
   const Statement update = update_of(table, param);
   if (update.empty()) return 0;
   const uint32_t result = update_item_to_db(update);
@@ -109,7 +110,7 @@ Rows factory_value(const char* table, const vexa_db_param& param) {
 
 // Loads the variable and builds the update of the user database. False without a factory value.
 bool load_from_factory(const char* table, const vexa_db_param& param, Statement& update) {
-  if (!has_variable(param, kReload)) return false;
+  if (!has_variable(param, &ParamType::loaded, kReload)) return false;
   const Rows rows = factory_value(table, param);
   if (!rows.has_value()) return false;
   VEXA_LOG(log::kDebug, kReload, "tbl_name = %s,key = %s\n", table, param.key);

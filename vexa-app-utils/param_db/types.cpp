@@ -31,10 +31,16 @@ void put_text(char* text, const char* cell, uint32_t size) {
   vexa_string_memcpy(text, cell, size - 1);
 }
 
+Variable kind_of(uint32_t type, Variable ParamType::*column) {
+  return type < kParamTypes.size() ? kParamTypes[type].*column : Variable::kNone;
+}
+
 }  // namespace
 
+bool takes(uint32_t type, Variable ParamType::*column) { return kind_of(type, column) != Variable::kNone; }
+
 Variable variable_of(uint32_t type, Variable ParamType::*column, const char* function) {
-  const Variable kind = type < kParamTypes.size() ? kParamTypes[type].*column : Variable::kNone;
+  const Variable kind = kind_of(type, column);
   if (kind == Variable::kNone)
     VEXA_LOG(log::kError, function, "Error, param_type:%d \n", static_cast<int>(type));
   return kind;
@@ -67,7 +73,8 @@ unsigned long long shown_long(const void* variable) { return take<uint64_t>(vari
 int shown_length(const void* variable, uint32_t size) {
   // More than a statement holds need not be looked at.
   constexpr std::size_t kMost = 4096;
-  return static_cast<int>(strnlen(static_cast<const char*>(variable), std::min<std::size_t>(size, kMost)));
+  const std::size_t bound = size > 0 ? std::min<std::size_t>(size, kMost) : kMost;
+  return static_cast<int>(strnlen(static_cast<const char*>(variable), bound));
 }
 
 }  // namespace vexa::param_db

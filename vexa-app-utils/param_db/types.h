@@ -32,6 +32,9 @@ inline constexpr std::array<ParamType, 8> kParamTypes = {{
     {Variable::kWord, Variable::kWord, Variable::kWord, Variable::kWord},  // 7
 }};
 
+// Whether a function has anything to do with the variable of a type.
+bool takes(uint32_t type, Variable ParamType::*column);
+
 // What a function takes for a type; kNone is logged under the function's name.
 Variable variable_of(uint32_t type, Variable ParamType::*column, const char* function);
 
@@ -42,7 +45,8 @@ void store(Variable kind, const char* cell, void* variable, uint32_t size);
 int shown_byte(const void* variable);
 int shown_word(const void* variable);
 unsigned long long shown_long(const void* variable);
-// How many of the size bytes of a text variable to show: also where no terminator is among them.
+// How many of the size bytes of a text variable to show: also where no terminator is among them. A size
+// of 0 says nothing about the variable, whose text is terminated then.
 int shown_length(const void* variable, uint32_t size);
 
 }  // namespace vexa::param_db
