@@ -925,6 +925,70 @@ TEST_F(ParamDb, AMissingUserDatabaseIsNotCopiedButCreatedEmpty) {
   EXPECT_EQ(byte, 9);
 }
 
+TEST_F(ParamDbReload, LoadsButWritesNothingWhereTheUserDatabaseIsMissing) {
+  if (IsSkipped()) return;
+  ASSERT_TRUE(std::filesystem::remove(kUser));
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_reload_value(&table_, 20), 1u);
+  EXPECT_THAT(values_, ElementsAre(1u, 22u, 3u));
+  // Asked for twice: the reading from the factory database has not created it.
+  EXPECT_TRUE(log_is(
+      log, {"0 oem_db_reload_value|id = 20,i = 0,param_table[i].param_id= 10\n",
+            "0 oem_db_reload_value|id = 20,i = 1,param_table[i].param_id= 20\n", kUserMissing, kCopyRefused,
+            "0 oem_db_reload_value|tbl_name = t,key = b\n",
+            "0 oem_db_reload_value|id = 20,i = 2,param_table[i].param_id= 10\n", kUserMissing, kCopyRefused,
+            "0 update_item_to_db|sqlite3_exec sql_cmd:[update t set  b = \"22\"].\n",
+            "3 update_item_to_db|Error, sqlite3_get_table run faild, sql_cmd:[update t set  b = \"22\"], db "
+            "err:[no such table: t].\n",
+            "3 update_item_to_db|Error, sql_cmd err info:[no such table: t].\n"}));
+  EXPECT_EQ(read_file(kUser), "");
+}
+
+TEST_F(ParamDbReload, OfAMissingFactoryDatabaseFindsAnEmptyOne) {
+  if (IsSkipped()) return;
+  ASSERT_TRUE(std::filesystem::remove(kFactory));
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_reload_value(&table_, 20), 1u);
+  EXPECT_THAT(values_, ElementsAre(1u, 2u, 3u));
+  EXPECT_TRUE(log_is(
+      log,
+      {"0 oem_db_reload_value|id = 20,i = 0,param_table[i].param_id= 10\n",
+       "0 oem_db_reload_value|id = 20,i = 1,param_table[i].param_id= 20\n",
+       "3 search_by_table|Error, sqlite3_get_table run faild, sql_cmd:[select b from t;], db err:[no such "
+       "table: t].\n",
+       "3 search_by_table|Error, sql_cmd err info:[no such table: t].\n",
+       "3 __oem_db_get_factory_value|Error, db:/data/vexa-resource/sqlite3/factory_info.db "
+       "search_by_table return failed.\n"}));
+  EXPECT_EQ(rows(kUser, "select * from t"), "0,0,0");
+}
+
+TEST_F(ParamDbReload, WithoutBothDatabasesOpensNothing) {
+  if (IsSkipped()) return;
+  ASSERT_TRUE(std::filesystem::remove(kUser));
+  ASSERT_TRUE(std::filesystem::remove(kFactory));
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_reload_value(&table_, 20), 1u);
+  EXPECT_THAT(values_, ElementsAre(1u, 2u, 3u));
+  EXPECT_TRUE(
+      log_is(log, {"0 oem_db_reload_value|id = 20,i = 0,param_table[i].param_id= 10\n",
+                   "0 oem_db_reload_value|id = 20,i = 1,param_table[i].param_id= 20\n", kUserMissing,
+                   kFactoryMissing, "3 search_by_table|Error, open_sqlite_db return faild.\n",
+                   "3 __oem_db_get_factory_value|Error, "
+                   "db:/data/vexa-resource/sqlite3/factory_info.db search_by_table return failed.\n"}));
+  EXPECT_FALSE(exists(kUser));
+  EXPECT_FALSE(exists(kFactory));
+}
+
+TEST_F(ParamDb, ExecCreatesAMissingUserDatabase) {
+  if (IsSkipped()) return;
+  factory("create table t(a); insert into t values(1)");
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_exec_cmd("create table own(a)", nullptr, nullptr, 0), 0u);
+  EXPECT_TRUE(log_is(
+      log, {kUserMissing, kCopyRefused, "0 oem_db_exec_cmd|executeCommand sql_cmd:create table own(a)!!\n"}));
+  EXPECT_EQ(rows(kUser, "select name from sqlite_master"), "own");
+}
+
 TEST_F(ParamDb, WithoutBothDatabasesNothingIsOpened) {
   if (IsSkipped()) return;
   std::uint8_t byte = 9;
@@ -1016,6 +1080,47 @@ TEST_F(ParamDb, CloseClosesWhatAFailureLeftOpen) {
   EXPECT_THAT(open_databases(), IsEmpty());
   EXPECT_EQ(vexa_db_close_sqlite(), 0u);
   EXPECT_TRUE(log_is(log, {}));
+}
+
+TEST_F(ParamDb, AConnectionThatAFailureLeftOpenStaysWithAFileThatWasReplaced) {
+  if (IsSkipped()) return;
+  user("create table t(a); insert into t values('old')");
+  EXPECT_EQ(vexa_db_update_value("t", "missing", "x", 6), 1u);
+  exec_sql(kUser + ".next", "create table t(a); insert into t values('replaced')");
+  std::filesystem::rename(kUser + ".next", kUser);
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_update_value("t", "a", "new", 6), 1u);
+  EXPECT_EQ(
+      log_count(log, "3 update_item_to_db|Error, sql_cmd err info:[attempt to write a readonly database].\n"),
+      1u);
+  EXPECT_EQ(query(kUser, "select a from t"), "replaced");
+  EXPECT_EQ(vexa_db_close_sqlite(), 0u);
+  EXPECT_EQ(vexa_db_update_value("t", "a", "new", 6), 0u);
+  EXPECT_EQ(query(kUser, "select a from t"), "new");
+}
+
+TEST_F(ParamDb, AReplacedFactoryDatabaseIsReadAfterAnOperationOnTheUserDatabase) {
+  if (IsSkipped()) return;
+  both("1", "'old'");
+  std::string seen;
+  EXPECT_EQ(vexa_db_exec_cmd("select a from t", collect, &seen, 1), 0u);
+  exec_sql(kFactory + ".next", "create table t(a); insert into t values('replaced')");
+  std::filesystem::rename(kFactory + ".next", kFactory);
+  EXPECT_EQ(vexa_db_close_sqlite(), 0u);
+  EXPECT_EQ(vexa_db_exec_cmd("select a from t", collect, &seen, 1), 0u);
+  std::uint8_t byte = 0;
+  EXPECT_EQ(vexa_db_get_value("t", "a", &byte, 0, 0), 0u);
+  EXPECT_EQ(vexa_db_exec_cmd("select a from t", collect, &seen, 1), 0u);
+  EXPECT_EQ(seen, "a=old;a=old;a=replaced;");
+}
+
+TEST_F(ParamDb, RestoreFactoryDoesNotCreateTheUserDatabase) {
+  if (IsSkipped()) return;
+  factory("create table t(a)");
+  const LogCapture log;
+  EXPECT_EQ(vexa_db_restore_factory(), 0u);
+  EXPECT_FALSE(exists(kUser));
+  EXPECT_TRUE(log_is(log, {kCopyRefused}));
 }
 
 TEST_F(ParamDb, RestoreFactoryLeavesTheUserDatabaseAndGivesZero) {

@@ -51,7 +51,11 @@
  * it stays open, until the next success, vexa_db_close_sqlite(), or an operation
  * on the factory database. A connection to the factory database stays open until
  * the next operation on the user database. Do not fork while one is open and use
- * this family in the child.
+ * this family in the child. A connection that stays open stays with its file: where
+ * the user database's file is replaced after a failure, the next operations read the
+ * old file or fail ("attempt to write a readonly database"). Call
+ * vexa_db_close_sqlite() before or after the replacing. A factory database that was
+ * replaced is seen after the next operation on the user database.
  *
  * Threads: one mutex of the process serialises all functions but
  * vexa_db_exec_cmd(). They block for as long as storage and the mutex let them
