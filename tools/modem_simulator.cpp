@@ -9,9 +9,12 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,6 +24,8 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -47,15 +52,16 @@ a command stands for any rest. The words of an answer:
   OK, ERROR, NO_CARRIER
            the final result, in words or as a number
   |        ends a datagram; the next word begins another
-  fill:N   N times the letter x
-  wait:N   waits for N milliseconds
+  fill:N   N times the letter x, at most 65507
+  wait:N   waits for N milliseconds, at most 3600000
   silent   leaves out the repeated command
   off:E, off:V, on:E, on:V
            switches what ATE0, ATV0, ATE1 and ATV1 switch, for what follows
 
 The first datagram begins with the repeated command; datagrams without a byte are not
 sent. A command without a rule is answered with ERROR. Lines that begin with # are
-comments. The rules that are there:
+comments. A word that is not one of these, or a number that cannot be, ends the simulator
+at its start. The rules that are there:
 
 )";
 
@@ -95,26 +101,14 @@ struct Settings {
   std::exit(EXIT_FAILURE);
 }
 
-std::vector<Rule> rules_of(std::istream& lines) {
-  std::vector<Rule> rules;
-  for (std::string line; std::getline(lines, line);) {
-    const auto command = line.find_first_not_of(" \t");
-    if (command == std::string::npos || line[command] == '#') continue;
-    const auto end = std::min(line.find_first_of(" \t", command), line.size());
-    rules.push_back({line.substr(command, end - command), line.substr(end)});
+// What names the number where it cannot be one.
+int number_of(std::string_view what, std::string_view text, int most) {
+  int number = -1;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size() || number < 0 || number > most) {
+    fail(std::string(what) + ": not a number from 0 to " + std::to_string(most));
   }
-  return rules;
-}
-
-const Rule* rule_for(const std::vector<Rule>& rules, std::string_view command) {
-  for (const Rule& rule : rules) {
-    const std::string_view name = rule.command;
-    const bool any_rest = name.ends_with('*');
-    const std::size_t length = any_rest ? name.size() - 1 : name.size();
-    if (any_rest ? command.size() < length : command.size() != length) continue;
-    if (strncasecmp(name.data(), command.data(), length) == 0) return &rule;
-  }
-  return nullptr;
+  return number;
 }
 
 // ---- The words of an answer ----
@@ -154,6 +148,12 @@ std::optional<std::string> next_word(std::string_view& answer) {
   return word;
 }
 
+constexpr std::string_view kFill = "fill:";
+constexpr std::string_view kWait = "wait:";
+constexpr int kMostFill = 65507;  // bytes of a datagram
+constexpr int kMostWait = 3600000;
+constexpr std::array<std::string_view, 6> kPlainWords = {"|", "silent", "off:E", "off:V", "on:E", "on:V"};
+
 struct Result {
   std::string_view word;
   std::string_view in_words;
@@ -165,6 +165,51 @@ constexpr std::array<Result, 3> kResults = {{
     {"NO_CARRIER", "\r\nNO CARRIER\r\n", "3\r"},
     {"ERROR", "\r\nERROR\r\n", "4\r"},
 }};
+
+bool is_known(std::string_view word) {
+  const auto is_result = [&](const Result& result) { return result.word == word; };
+  return word[0] == '"' || std::any_of(kResults.begin(), kResults.end(), is_result) ||
+         std::find(kPlainWords.begin(), kPlainWords.end(), word) != kPlainWords.end();
+}
+
+// Of what a rule's line says, before anybody asks: a mistake in it is not found by a test that hangs.
+void check_answer(const Rule& rule) {
+  std::string_view rest = rule.answer;
+  while (const auto word = next_word(rest)) {
+    if (word->starts_with(kFill)) {
+      number_of(*word, std::string_view(*word).substr(kFill.size()), kMostFill);
+    } else if (word->starts_with(kWait)) {
+      number_of(*word, std::string_view(*word).substr(kWait.size()), kMostWait);
+    } else if (!is_known(*word)) {
+      fail(rule.command + ": unknown word " + *word);
+    }
+  }
+}
+
+// ---- Rules ----
+
+std::vector<Rule> rules_of(std::istream& lines) {
+  std::vector<Rule> rules;
+  for (std::string line; std::getline(lines, line);) {
+    const auto command = line.find_first_not_of(" \t");
+    if (command == std::string::npos || line[command] == '#') continue;
+    const auto end = std::min(line.find_first_of(" \t", command), line.size());
+    rules.push_back({line.substr(command, end - command), line.substr(end)});
+    check_answer(rules.back());
+  }
+  return rules;
+}
+
+const Rule* rule_for(const std::vector<Rule>& rules, std::string_view command) {
+  for (const Rule& rule : rules) {
+    const std::string_view name = rule.command;
+    const bool any_rest = name.ends_with('*');
+    const std::size_t length = any_rest ? name.size() - 1 : name.size();
+    if (any_rest ? command.size() < length : command.size() != length) continue;
+    if (strncasecmp(name.data(), command.data(), length) == 0) return &rule;
+  }
+  return nullptr;
+}
 
 void show(const Settings& settings, char direction, std::string_view bytes) {
   if (!settings.show) return;
@@ -245,13 +290,17 @@ class Modem {
   }
 
   void add(std::string_view word, std::string& datagram) {
-    const auto number = [&] { return std::atoi(std::string(word.substr(5)).c_str()); };
     for (const Result& result : kResults) {
       if (word == result.word) datagram += settings_.words ? result.in_words : result.as_number;
     }
     if (word[0] == '"') datagram += unescaped(word.substr(1, word.size() - 2));
-    if (word.starts_with("fill:")) datagram.append(static_cast<std::size_t>(number()), 'x');
-    if (word.starts_with("wait:") && ended(number())) std::exit(EXIT_SUCCESS);
+    if (word.starts_with(kFill)) {
+      const int count = number_of(word, word.substr(kFill.size()), kMostFill);
+      datagram.append(static_cast<std::size_t>(count), 'x');
+    }
+    if (word.starts_with(kWait) && ended(number_of(word, word.substr(kWait.size()), kMostWait))) {
+      std::exit(EXIT_SUCCESS);
+    }
     if (word == "silent") datagram.clear();
     if (word.ends_with(":E")) settings_.echo = word == "on:E";
     if (word.ends_with(":V")) settings_.words = word == "on:V";
@@ -295,7 +344,7 @@ int main(int count, char** arguments) {
     } else if (option == "--show") {
       settings.show = true;
     } else if (option == "--port" && value != nullptr) {
-      settings.port = std::atoi(value);
+      settings.port = number_of("--port " + std::string(value), value, 65535);
       ++i;
     } else if (option == "--rules" && value != nullptr) {
       std::ifstream file(value);
