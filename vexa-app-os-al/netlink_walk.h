@@ -58,8 +58,8 @@ const Family& family_header(const nlmsghdr& message) {
 // The attributes of a message, behind its own header and that of its family.
 inline Attributes attributes_of(const nlmsghdr& message, std::size_t headers) {
   const void* const first = reinterpret_cast<const char*>(&message) + headers;
-  return {static_cast<rtattr*>(const_cast<void*>(first)),
-          int64_t{message.nlmsg_len} - static_cast<int64_t>(headers)};
+  return Attributes(static_cast<rtattr*>(const_cast<void*>(first)),
+                    int64_t{message.nlmsg_len} - static_cast<int64_t>(headers));
 }
 
 // False for no attribute and for one too short to hold the value: what lies behind it is not its own.
