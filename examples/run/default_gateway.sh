@@ -1,3 +1,4 @@
+#!/bin/sh
 # SPDX-License-Identifier: MIT
 # One cable with a router at its other end.
 set -e
