@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <libintl.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -15,6 +16,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <clocale>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -822,7 +824,9 @@ void busy_callback(const char* line) {
   ++g_lines;
 }
 
-TEST_F(ForkExec, AHostWhoseThreadsLogAllTheTimeIsNotHeldUp) {
+// A new process that finds a lock held, of the logger, a callback, the allocator, the time zone or the
+// locale, is silent until it is killed.
+TEST_F(ForkExec, AHostWhoseThreadsHoldLocksAllTheTimeIsNotHeldUp) {
   const ChildResult child = run_in_child(
       [] {
         set_print_interface(busy_callback);
@@ -841,6 +845,13 @@ TEST_F(ForkExec, AHostWhoseThreadsLogAllTheTimeIsNotHeldUp) {
             std::tm local;
             localtime_r(&now, &local);
             std::free(std::malloc(100));
+          }
+        });
+        threads.emplace_back([&] {
+          for (bool odd = false; !stop; odd = !odd) {
+            bindtextdomain("host", odd ? "/tmp/a" : "/tmp/b");
+            textdomain(odd ? "host" : "tool");
+            setlocale(LC_MESSAGES, odd ? "C" : "C.UTF-8");
           }
         });
         for (int round = 0; round < 200; ++round) {

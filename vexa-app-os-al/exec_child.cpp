@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // The host may have other threads, and they may hold any lock at the moment of the fork: the
-// allocator's, the time zone's, a stream's, the logger's. In the child they are held for ever. So
-// what allocates or formats is done before the fork, and the child makes nothing but system calls,
-// until it has nothing left to do but to say why it fails.
+// allocator's, the time zone's, the locale's, a stream's, the logger's. In the child they are held for ever.
+// So what allocates or formats is done before the fork, and the child makes nothing but system calls, until
+// it has nothing left to do but to say why it fails.
 #include "exec_child.h"
 
 #include <fcntl.h>
@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "log/after_fork.h"
@@ -76,6 +77,29 @@ bool connect_pipes(const PipeEnds& liveness, const PipeEnds& output) {
   return dup2(out, STDOUT_FILENO) >= 0 && dup2(out, STDERR_FILENO) >= 0 && fcntl(alive, F_SETFD, 0) == 0;
 }
 
+// The text of strerror(), which itself takes the lock of the message catalogues: untranslated. Null
+// for a number without a text, and where the C library has no texts but behind that lock.
+const char* text_without_lock([[maybe_unused]] int error) {
+#ifndef __GLIBC__
+  return std::strerror(error);
+#elif __GLIBC_PREREQ(2, 32)
+  return strerrordesc_np(error);
+#else
+  return nullptr;
+#endif
+}
+
+void say_why_not_executed(int error) {
+  if (!log::passes(log::kInfo)) return;
+  std::array<char, 32> number;
+  const char* text = text_without_lock(error);
+  if (!text) {
+    std::snprintf(number.data(), number.size(), "Unknown error %d", error);
+    text = number.data();
+  }
+  log::write_line_after_fork(log::kInfo, kExecName, __LINE__, "exec() failed: %d:%s\nDying\n", error, text);
+}
+
 // Ends without the exit handlers and the pending output, which are the host's.
 [[noreturn]] void run_child(const ArgumentVector& arguments, const PipeEnds& liveness, const PipeEnds& output,
                             const SignalsHeldBack& signals) {
@@ -90,8 +114,7 @@ bool connect_pipes(const PipeEnds& liveness, const PipeEnds& output) {
   }
   const int error = errno;
   host.put_back();
-  log::write_line_after_fork(log::kInfo, kExecName, __LINE__, "exec() failed: %d:%s\nDying\n", error,
-                             std::strerror(error));
+  say_why_not_executed(error);
   _exit(-1);
 }
 
