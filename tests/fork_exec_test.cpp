@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <chrono>
 #include <clocale>
@@ -600,6 +601,40 @@ TEST_F(ForkExec, FourDescriptorsAreEnough) {
     EXPECT_EQ(used_descriptors(), before);
   });
   EXPECT_EQ(child.exit_code, 0) << child.out;
+}
+
+TEST_F(ForkExec, WhatTheNewProcessSaysNeverLandsInTheResult) {
+  for (const std::size_t count : {4u, 5u, 6u, 7u}) {
+    const ChildResult child = run_in_child([count] {
+      leave_descriptors(count);
+      const Answer answer = run("/tmp/bin/none", 128);
+      EXPECT_EQ(answer.code, -1);
+      EXPECT_EQ(answer.bytes, std::string(128, '#'));
+    });
+    EXPECT_EQ(child.exit_code, 0) << count << child.out;
+    EXPECT_THAT(child.out, HasSubstr("exec() failed: 2:No such file or directory\nDying\n")) << count;
+  }
+}
+
+TEST_F(ForkExec, NorDoesItForAHostWithoutStandardStreams) {
+  for (const std::size_t count : {4u, 6u, 20u}) {
+    for (unsigned closed = 1; closed < 8; ++closed) {
+      const ChildResult child = run_in_child([count, closed] {
+        std::array<int, 3> kept;
+        for (int fd = 0; fd < 3; ++fd) kept[static_cast<std::size_t>(fd)] = fcntl(fd, F_DUPFD_CLOEXEC, 10);
+        leave_descriptors(count - static_cast<std::size_t>(std::popcount(closed)));
+        for (int fd = 0; fd < 3; ++fd) {
+          if ((closed >> fd & 1U) != 0) close(fd);
+        }
+        std::string result(128, '#');
+        const int32_t code = vexa_ds_system_call3("/tmp/bin/none", 0, result.data(), 128, 0);
+        for (int fd = 0; fd < 3; ++fd) dup2(kept[static_cast<std::size_t>(fd)], fd);
+        EXPECT_EQ(code, -1);
+        EXPECT_EQ(result, std::string(128, '#'));
+      });
+      EXPECT_EQ(child.exit_code, 0) << count << " " << closed << child.out;
+    }
+  }
 }
 
 // Fills the table up to, but not with, this number.

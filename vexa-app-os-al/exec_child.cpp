@@ -49,31 +49,37 @@ class SignalsHeldBack {
 };
 
 // The host's standard output and standard error, while the output pipe stands in their places: a
-// log line belongs to the host and not into the result.
+// log line belongs to the host and not into the result, even where the host's stream could not be
+// kept.
 class HostStreams {
  public:
   HostStreams()
       : out_(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3)), err_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {}
   void put_back() const {
-    if (out_ >= 0) dup2(out_, STDOUT_FILENO);
-    if (err_ >= 0) dup2(err_, STDERR_FILENO);
+    put_back(out_, STDOUT_FILENO);
+    put_back(err_, STDERR_FILENO);
   }
 
  private:
+  static void put_back(int kept, int stream) {
+    if (kept < 0 || dup2(kept, stream) < 0) close(stream);
+  }
+
   int out_;
   int err_;
 };
 
 // A host without standard streams may get a pipe in their places.
-int beside_the_streams(int fd) { return fd > STDERR_FILENO ? fd : fcntl(fd, F_DUPFD_CLOEXEC, 3); }
+int beside_the_streams(int fd) {
+  if (fd > STDERR_FILENO) return fd;
+  const int moved = fcntl(fd, F_DUPFD_CLOEXEC, 3);
+  close(fd);
+  return moved;
+}
 
 // The liveness pipe is what the program inherits besides its output; its ends close with the last
 // process that has it.
-bool connect_pipes(const PipeEnds& liveness, const PipeEnds& output) {
-  const int alive = beside_the_streams(liveness[1]);
-  const int out = beside_the_streams(output[1]);
-  close(liveness[0]);
-  close(output[0]);
+bool connect_pipes(int alive, int out) {
   return dup2(out, STDOUT_FILENO) >= 0 && dup2(out, STDERR_FILENO) >= 0 && fcntl(alive, F_SETFD, 0) == 0;
 }
 
@@ -107,8 +113,13 @@ void say_why_not_executed(int error) {
     log::write_line_after_fork(log::kInfo, kExecName, __LINE__, "(): command is too long\n");
     _exit(-1);
   }
+  // First of all: a host with no more descriptors than those of the pipes has then two for its streams.
+  close(liveness[0]);
+  close(output[0]);
+  const int alive = beside_the_streams(liveness[1]);
+  const int out = beside_the_streams(output[1]);
   const HostStreams host;
-  if (connect_pipes(liveness, output)) {
+  if (connect_pipes(alive, out)) {
     signals.let_through_without_handlers();
     execvp(arguments.words()[0], arguments.words());
   }
