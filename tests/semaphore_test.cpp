@@ -39,6 +39,7 @@ struct Watched {
   int waits = 0;
   int signals = 0;
   int broadcasts = 0;
+  std::vector<const pthread_mutex_t*> mutexes_destroyed;
   int conds_destroyed = 0;
   int attributes_destroyed = 0;
 } watched;
@@ -101,6 +102,11 @@ int pthread_cond_signal(pthread_cond_t* cond) noexcept {
 int pthread_cond_broadcast(pthread_cond_t* cond) noexcept {
   if (watched.on) ++watched.broadcasts;
   return next(&pthread_cond_broadcast, "pthread_cond_broadcast")(cond);
+}
+
+int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+  if (watched.on) watched.mutexes_destroyed.push_back(mutex);
+  return next(&pthread_mutex_destroy, "pthread_mutex_destroy")(mutex);
 }
 
 int pthread_cond_destroy(pthread_cond_t* cond) noexcept {
@@ -194,11 +200,12 @@ TEST_F(Semaphore, InitSetsTheMonotonicClockInTheKeptAttributes) {
   EXPECT_EQ(clock, CLOCK_MONOTONIC);
 }
 
-TEST_F(Semaphore, DeinitZeroesTheValueAndLeavesTheConditionAlive) {
+TEST_F(Semaphore, DeinitDestroysTheMutexZeroesTheValueAndLeavesTheConditionAlive) {
   post(3);
   WATCH();
   vexa_cmn_sem_deinit(&sem_);
   EXPECT_EQ(sem_.value, 0);
+  EXPECT_THAT(watched.mutexes_destroyed, ElementsAre(&sem_.lock));
   EXPECT_EQ(watched.conds_destroyed, 0);
   EXPECT_EQ(watched.attributes_destroyed, 0);
   EXPECT_EQ(pthread_cond_signal(&sem_.cond), 0);
