@@ -52,7 +52,8 @@ timespec deadline_after(const vexa_cmn_timeval& span) {
     seconds = bounded_sum(seconds, 1);
   }
   timespec deadline = {};
-  deadline.tv_sec = seconds;
+  using Seconds = std::numeric_limits<std::time_t>;
+  deadline.tv_sec = static_cast<std::time_t>(std::clamp<int64_t>(seconds, Seconds::min(), Seconds::max()));
   deadline.tv_nsec = static_cast<long>(std::clamp<int64_t>(nanoseconds, LONG_MIN, LONG_MAX));
   return deadline;
 }
