@@ -98,7 +98,7 @@ bool read_notifications(const Descriptor& socket, uint32_t index, char* addr_out
   for (;;) {
     const ssize_t length = recv(socket.get(), buffer.data(), buffer.size(), flags);
     if (length == -1) {
-      if (errno == EAGAIN || flags != 0) return false;
+      if (errno != EINTR && errno != ENOBUFS) return false;
       flags = MSG_DONTWAIT;
       continue;
     }
