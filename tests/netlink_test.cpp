@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -26,10 +27,12 @@
 #include "support/netlink_calls.h"
 #include "support/netlink_message.h"
 #include "support/network_fixture.h"
+#include "vexadm/log.h"
 
 namespace {
 
 using ::testing::Each;
+using ::testing::ElementsAre;
 using ::testing::IsNull;
 using vexa_test::address;
 using vexa_test::Arrival;
@@ -557,9 +560,18 @@ TEST_F(Reply, TheLastMessageNeedsNoPadding) {
   EXPECT_STREQ(gateway_, "fe80::1");
 }
 
-TEST_F(Gateway, AMessageOfAnotherProcessHoldsTheCallForEver) {
+struct Foreign {
+  const char* name;
+  std::string bytes;
+};
+
+class AMessageOfAnotherProcess : public Gateway, public ::testing::WithParamInterface<Foreign> {};
+
+TEST_P(AMessageOfAnotherProcess, HoldsTheCallForEverAndNothingIsSaidOfIt) {
   const ChildResult child = run_in_child(
       [&] {
+        vexa_set_log_level(0);
+        set_print_interface([](const char* line) { std::printf("%s", std::strrchr(line, '|') + 2); });
         // A host's signals do not end it either.
         std::signal(SIGALRM, [](int) {});
         const itimerval often = {{0, 50000}, {0, 50000}};
@@ -568,16 +580,32 @@ TEST_F(Gateway, AMessageOfAnotherProcessHoldsTheCallForEver) {
           sockaddr_nl own = {};
           socklen_t size = sizeof own;
           getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size);
-          send_to_port(own.nl_pid, route(via("fe80::bad")));
+          send_to_port(own.nl_pid, GetParam().bytes);
         };
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
         std::printf("asking\n");
-        std::fflush(stdout);
         ask();
         std::printf("returned\n");
       },
       2);
   EXPECT_TRUE(child.timed_out);
-  EXPECT_EQ(child.out, "asking\n");
+  EXPECT_EQ(child.out, "asking\nDump IPv6 default gateway:" + std::to_string(GetParam().bytes.size()) + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, AMessageOfAnotherProcess,
+                         ::testing::Values(Foreign{"Route", route(via("fe80::bad"))},
+                                           Foreign{"Error", message(NLMSG_ERROR, std::string(20, '\0'))},
+                                           Foreign{"End", done()}),
+                         [](const auto& tested) { return tested.param.name; });
+
+TEST_F(Gateway, IsAskedForThroughASocketWhosePortTheKernelChooses) {
+  ask();
+  ASSERT_EQ(NetlinkCalls::sockets.size(), 1u);
+  EXPECT_THAT(NetlinkCalls::sockets[0], ElementsAre(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+  ASSERT_EQ(NetlinkCalls::addresses.size(), 1u);
+  EXPECT_EQ(NetlinkCalls::addresses[0].nl_family, AF_NETLINK);
+  EXPECT_EQ(NetlinkCalls::addresses[0].nl_pid, 0u);
+  EXPECT_EQ(NetlinkCalls::addresses[0].nl_groups, 0u);
 }
 
 // ---- The wait for an address ------------------------------------------------
@@ -772,6 +800,49 @@ TEST_F(AddressWait, ReceivingThatIsInterruptedOrHasLostSomethingTakesWhatIsLeft)
     EXPECT_EQ(NetlinkCalls::waits, 1) << error;
     std::strcpy(address_, kBefore);
   }
+}
+
+TEST_F(AddressWait, ReceivingGoesOnUntilNothingIsLeft) {
+  NetlinkCalls::arrivals = {{EINTR}, {ENOBUFS}, {EINTR}};
+  told({new_address(index_, address("fe80::1")), new_address(index_, address("2001:db8::1"))});
+  EXPECT_EQ(wait(), 0);
+  EXPECT_STREQ(address_, "2001:0db8:0000:0000:0000:0000:0000:0001");
+  EXPECT_EQ(NetlinkCalls::waits, 1) << "what has been announced is not announced again";
+}
+
+TEST_F(AddressWait, AnyOtherErrorEndsTheReadingUntilTheNextNotification) {
+  NetlinkCalls::arrivals = {{EIO}};
+  NetlinkCalls::before_wait = [&](int turn) {
+    const char* const text = turn == 1 ? "2001:db8::1" : "2001:db8::2";
+    send_to_port(static_cast<std::uint32_t>(getpid()), new_address(index_, address(text)));
+  };
+  EXPECT_EQ(wait(), 0);
+  EXPECT_STREQ(address_, "2001:0db8:0000:0000:0000:0000:0000:0001");
+  EXPECT_EQ(NetlinkCalls::waits, 2);
+}
+
+TEST_F(AddressWait, ListensToAddressesAndPrefixesAndReadsForOneSecond) {
+  told({new_address(index_, address("2001:db8::1"))});
+  EXPECT_EQ(wait(), 0);
+  ASSERT_EQ(NetlinkCalls::sockets.size(), 1u);
+  EXPECT_THAT(NetlinkCalls::sockets[0], ElementsAre(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+  ASSERT_EQ(NetlinkCalls::options.size(), 1u);
+  EXPECT_EQ(NetlinkCalls::options[0].level, SOL_SOCKET);
+  EXPECT_EQ(NetlinkCalls::options[0].name, SO_RCVTIMEO);
+  EXPECT_EQ(NetlinkCalls::options[0].value.tv_sec, 1);
+  EXPECT_EQ(NetlinkCalls::options[0].value.tv_usec, 0);
+  ASSERT_EQ(NetlinkCalls::addresses.size(), 1u);
+  EXPECT_EQ(NetlinkCalls::addresses[0].nl_family, AF_NETLINK);
+  EXPECT_EQ(NetlinkCalls::addresses[0].nl_pid, static_cast<std::uint32_t>(getpid()));
+  EXPECT_EQ(NetlinkCalls::addresses[0].nl_groups, 0x20100u);
+}
+
+TEST_F(AddressWait, WaitsForEachArrivalOnceWithRoomForThirtyTwo) {
+  told({new_address(index_, address("2001:db8::1"))});
+  EXPECT_EQ(wait(), 0);
+  EXPECT_THAT(NetlinkCalls::watched, ElementsAre(EPOLLIN | EPOLLET));
+  ASSERT_EQ(NetlinkCalls::limits.size(), 1u);
+  EXPECT_THAT(NetlinkCalls::limits[0], ElementsAre(32, 2000));
 }
 
 TEST_F(AddressWait, NothingIsInheritedByCommands) {

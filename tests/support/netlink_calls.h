@@ -9,15 +9,18 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <deque>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace vexa_test {
 
@@ -28,6 +31,13 @@ struct Arrival {
   std::string bytes = {};
   std::uint32_t sender = 0;
   int reading_error = 0;
+};
+
+// Of a socket, with a time for its value.
+struct Option {
+  int level;
+  int name;
+  timeval value;
 };
 
 // Of all sockets of the process; every test is a process of its own.
@@ -42,7 +52,19 @@ struct NetlinkCalls {
   static inline int receives = 0;  // by recvmsg
   static inline int waits = 0;
 
+  // What the library asked of its netlink sockets.
+  static inline std::vector<std::array<int, 3>> sockets;  // family, type, protocol
+  static inline std::vector<sockaddr_nl> addresses;
+  static inline std::vector<Option> options;
+  static inline std::vector<std::uint32_t> watched;      // events
+  static inline std::vector<std::array<int, 2>> limits;  // events at most, milliseconds
+
   static void reset() {
+    sockets.clear();
+    addresses.clear();
+    options.clear();
+    watched.clear();
+    limits.clear();
     failing.clear();
     before_send = nullptr;
     before_wait = nullptr;
@@ -84,16 +106,24 @@ extern "C" {
 
 VEXA_IN_PLACE int socket(int family, int type, int protocol) noexcept {
   if (vexa_test::NetlinkCalls::fails("socket")) return -1;
+  vexa_test::NetlinkCalls::sockets.push_back({family, type, protocol});
   return static_cast<int>(syscall(SYS_socket, family, type, protocol));
 }
 
 VEXA_IN_PLACE int bind(int fd, const sockaddr* address, socklen_t size) noexcept {
   if (vexa_test::NetlinkCalls::fails("bind")) return -1;
+  if (size == sizeof(sockaddr_nl)) {
+    std::memcpy(&vexa_test::NetlinkCalls::addresses.emplace_back(), address, size);
+  }
   return static_cast<int>(syscall(SYS_bind, fd, address, size));
 }
 
 VEXA_IN_PLACE int setsockopt(int fd, int level, int name, const void* value, socklen_t size) noexcept {
   if (vexa_test::NetlinkCalls::fails("setsockopt")) return -1;
+  if (size == sizeof(timeval)) {
+    auto& option = vexa_test::NetlinkCalls::options.emplace_back(vexa_test::Option{level, name, {}});
+    std::memcpy(&option.value, value, size);
+  }
   return static_cast<int>(syscall(SYS_setsockopt, fd, level, name, value, size));
 }
 
@@ -130,11 +160,13 @@ VEXA_IN_PLACE int epoll_create1(int flags) noexcept {
 
 VEXA_IN_PLACE int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
   if (vexa_test::NetlinkCalls::fails("epoll_ctl")) return -1;
+  vexa_test::NetlinkCalls::watched.push_back(event->events);
   return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
 }
 
 VEXA_IN_PLACE int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds) {
   using Calls = vexa_test::NetlinkCalls;
+  Calls::limits.push_back({most, milliseconds});
   if (Calls::before_wait) Calls::before_wait(++Calls::waits);
   if (Calls::waits_interrupted > 0) {
     --Calls::waits_interrupted;
