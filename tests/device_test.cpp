@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -15,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "support/log_text.h"
@@ -109,6 +112,21 @@ TEST_F(FileValue, NothingReadIsNotLogged) {
   EXPECT_EQ(vexa_util_get_file_int_value("/tmp/value"), 0);
   EXPECT_EQ(vexa_util_get_file_int_value("/tmp"), 0);
   EXPECT_TRUE(log_is(log, {}));
+}
+
+TEST_F(FileValue, OfAPipeIsReadUntilItsWriterHasClosed) {
+  if (IsSkipped()) return;
+  ASSERT_EQ(mkfifo("/tmp/pipe", 0600), 0);
+  std::signal(SIGPIPE, SIG_IGN);
+  std::int32_t value = 0;
+  std::thread reader([&] { value = vexa_util_get_file_int_value("/tmp/pipe"); });
+  const int writer = open("/tmp/pipe", O_WRONLY | O_CLOEXEC);
+  EXPECT_EQ(write(writer, "4", 1), 1);
+  for (int waiting = 1; waiting != 0; std::this_thread::yield()) ioctl(writer, FIONREAD, &waiting);
+  EXPECT_EQ(write(writer, "2\n", 2), 2) << "nobody reads on";
+  close(writer);
+  reader.join();
+  EXPECT_EQ(value, 42);
 }
 
 TEST_F(FileValue, OfAMissingFileIsZero) {
@@ -530,6 +548,18 @@ TEST_F(Directory, TooLongAPathIsRefusedAsAWhole) {
   oem_create_and_check_directory(path.c_str());
   EXPECT_TRUE(is_directory(path.c_str()));
   EXPECT_TRUE(log_is(log, {failed(path + "b"), made(path)}));
+}
+
+TEST_F(Directory, ASlashAtTheEndIsNotCounted) {
+  if (IsSkipped()) return;
+  std::string path = "a";
+  while (path.size() < 255) path += path.size() % 50 == 49 ? "/" : "a";
+  LogCapture log;
+  oem_create_and_check_directory((path + "//").c_str());
+  EXPECT_FALSE(exists(path.substr(0, path.find('/'))));
+  oem_create_and_check_directory((path + "/").c_str());
+  EXPECT_TRUE(is_directory(path.c_str()));
+  EXPECT_TRUE(log_is(log, {failed(path + "//"), made(path + "/")}));
 }
 
 // ---- Features ----

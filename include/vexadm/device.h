@@ -22,10 +22,11 @@ VEXA_BEGIN_DECLS
  * @param path  file to read; its first 256 bytes are looked at
  * @return its decimal value, white space before it and anything behind it ignored; the
  *         nearest number that the type holds when it holds none so great. 0 when the
- *         file does not begin with a number, is empty, cannot be read ("Not exist
- *         file=%s\n" when it cannot be opened) or path is NULL ("Not exist file\n")
+ *         file does not begin with a number, is empty, cannot be opened ("Not exist
+ *         file=%s\n"), cannot be read (nothing logged; also where the error comes behind
+ *         the first bytes) or path is NULL ("Not exist file\n")
  * @note What was read is logged: "read content:%s\n". Blocks as long as opening and
- *       reading do: on a pipe, until somebody writes.
+ *       reading do: on a pipe, until 256 bytes have come or every writer has closed it.
  */
 VEXA_API int32_t vexa_util_get_file_int_value(const char *path);
 
@@ -79,8 +80,8 @@ VEXA_API int32_t oem_get_pid_by_name(const char *name);
  * Creates a directory and those above it, with mode 0777 less the umask.
  *
  * @param path  text of at most 255 bytes, relative or absolute. One slash at its end
- *              is dropped; behind a second one a directory is created, but not announced
- *              as such
+ *              is dropped and not counted. With a second one the directory is created
+ *              too, but "creation error" is logged: in the last step it is there already
  * @note Says what happened in the log alone: "Directory %s already exists.\n" when
  *       there is something of that name, a plain file included; "Directory %s
  *       created.\n"; or, at level 3, "Directory %s creation error.\n" (all with path as

@@ -27,10 +27,10 @@ void make_parents(char* path) {
 // A path that does not fit is refused: its beginning names another directory.
 bool make_path(std::string_view path) {
   std::array<char, 256> copy = {};
-  if (path.empty() || path.size() >= copy.size()) return false;
   if (path.ends_with('/')) path.remove_suffix(1);
+  if (path.empty() || path.size() >= copy.size()) return false;
   std::memcpy(copy.data(), path.data(), path.size());
-  if (copy[0] != '\0') make_parents(copy.data());
+  make_parents(copy.data());
   return mkdir(copy.data(), kMode) == 0;
 }
 
