@@ -240,6 +240,14 @@ TEST(HexBinaryToString, SizesWhoseSumDoesNotFitIntoAWordAreRefused) {
   EXPECT_EQ(bytes(out), "###");
 }
 
+TEST(HexBinaryToString, ALengthThatTheResultCannotHoldIsRefused) {
+  const std::uint8_t bin = 0;
+  auto out = filled<3>();
+  EXPECT_EQ(hex_BinaryToString(&bin, 0x40000000U, out.data(), 0xFFFFFFFFU), -1);
+  EXPECT_EQ(hex_BinaryToString(&bin, 0x7FFFFFFFU, out.data(), 0xFFFFFFFFU), -1);
+  EXPECT_EQ(bytes(out), "###");
+}
+
 TEST(HexBinaryToString, NullIsRefused) {
   const std::uint8_t bin = 0;
   auto out = filled<3>();

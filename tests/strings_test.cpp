@@ -463,6 +463,16 @@ TEST(BinaryToHex, HugeCountDoesNotWrapAround) {
                       "Hex string array (4) is too small to convert (2147483648) bytes\n"));
 }
 
+TEST(BinaryToHex, ALengthThatTheResultCannotHoldIsRefused) {
+  LogCapture log;
+  const uint8_t bin = 0;
+  auto out = filled<4>();
+  EXPECT_EQ(vexa_hex_BinaryToString(&bin, 0x40000000u, out.data(), 0xFFFFFFFFu), -1);
+  EXPECT_EQ(bytes(out), "####");
+  EXPECT_TRUE(log.has(kError, "oem_hex_BinaryToString",
+                      "Hex string array (4294967295) is too small to convert (1073741824) bytes\n"));
+}
+
 struct HexRow {
   const char* hex;
   int32_t value;

@@ -66,7 +66,7 @@ int32_t ConvertIPv6NumToStr(const uint8_t ip[16], char* out, uint32_t out_size) 
 }
 
 int32_t hex_BinaryToString(const uint8_t* bin, uint32_t n, char* out, uint32_t out_size) {
-  if (!out || (!bin && n > 0) || vexa::hex_text_size(n) > out_size) return -1;
+  if (!out || (!bin && n > 0) || !vexa::hex_text_fits(n, out_size)) return -1;
   vexa::write_hex_text(bin, n, out);
   return static_cast<int32_t>(n * 2);
 }

@@ -48,7 +48,7 @@ int32_t vexa_hex_StringToBinary(const char* hex, uint32_t hex_len, uint8_t* out,
 }
 
 int32_t vexa_hex_BinaryToString(const uint8_t* bin, uint32_t n, char* out, uint32_t out_size) {
-  if (vexa::hex_text_size(n) > out_size) {
+  if (!vexa::hex_text_fits(n, out_size)) {
     VEXA_LOG(vexa::log::kError, "vexa_hex_BinaryToString",
              "Hex string array (%u) is too small to convert (%u) bytes\n", out_size, n);
     return -1;

@@ -10,8 +10,9 @@ namespace vexa {
 
 inline constexpr std::string_view kHexDigits = "0123456789ABCDEF";
 
-// Bytes that n bytes take as a terminated text. The sum of the largest n does not fit into 32 bits.
-constexpr uint64_t hex_text_size(uint32_t n) { return uint64_t{n} * 2 + 1; }
+// True when the terminated text of n bytes fits, and its length fits into a result code: beyond
+// that it would be negative, or wrap.
+constexpr bool hex_text_fits(uint32_t n, uint32_t size) { return n < 0x40000000 && n * 2 + 1 <= size; }
 
 // Writes two upper-case digits for each byte, the high one first, and a terminator.
 inline void write_hex_text(const uint8_t* bin, uint32_t n, char* out) {

@@ -68,7 +68,8 @@ VEXA_API int32_t ConvertIPv6NumToStr(const uint8_t ip[16], char *out, uint32_t o
  * @param n         how many bytes; 0 gives an empty text
  * @param out       out_size bytes; receives a terminated text
  * @param out_size  capacity of out in bytes, at least 2 * n + 1
- * @return 2 * n; -1, and nothing written, when out is too small or an argument is NULL
+ * @return 2 * n; -1, and nothing written, when out is too small, an argument is NULL,
+ *         or n is 0x40000000 or greater: the result could not hold the length
  */
 VEXA_API int32_t hex_BinaryToString(const uint8_t *bin, uint32_t n, char *out, uint32_t out_size);
 

@@ -162,8 +162,9 @@ VEXA_API int32_t vexa_hex_StringToBinary(const char *hex, uint32_t hex_len, uint
  * @param n         how many bytes
  * @param out       out_size bytes; receives a terminated text
  * @param out_size  capacity of out in bytes, at least 2 * n + 1
- * @return 2 * n; -1, and nothing written, when out is too small (logged at level
- *         3: "Hex string array (%u) is too small to convert (%u) bytes\n", out_size and n)
+ * @return 2 * n; -1, and nothing written, when out is too small, or n is 0x40000000
+ *         or greater: the result could not hold the length (both logged at level 3:
+ *         "Hex string array (%u) is too small to convert (%u) bytes\n", out_size and n)
  */
 VEXA_API int32_t vexa_hex_BinaryToString(const uint8_t *bin, uint32_t n, char *out, uint32_t out_size);
 
