@@ -5,6 +5,9 @@
  *
  * All functions have C linkage and never throw. Include <vexadm/vexadm.h> for
  * the whole library or one family header for a part of it.
+ *
+ * A thread that is inside the library must not be cancelled (pthread_cancel(3)):
+ * the locks that it holds would stay taken, and what it opened stay open.
  */
 #ifndef VEXADM_EXPORT_H
 #define VEXADM_EXPORT_H
