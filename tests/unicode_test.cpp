@@ -302,6 +302,25 @@ TEST(Unicode, EveryCharacterInOneLongTextGoesThereAndBack) {
   EXPECT_TRUE(to8(units, bytes.size()) == (Converted8{0, units.size(), bytes}));
 }
 
+// One character or a lack of room in every place of every block of ASCII.
+TEST(Unicode, LongAsciiEndsAtItsFirstOtherCharacterAndWithTheRoom) {
+  std::string ascii;
+  for (int i = 0; i < 400; ++i) ascii += static_cast<char>(i % 128);
+  for (std::size_t place = 0; place < ascii.size(); ++place) {
+    ASSERT_EQ(to16(ascii, place), model_to16(ascii, place)) << place;
+    const std::u16string plain(ascii.begin(), ascii.end());
+    ASSERT_EQ(to8(plain, place), model_to8(plain, place, true)) << place;
+    std::string bytes = ascii;
+    bytes[place] = '\x80';
+    ASSERT_EQ(to16(bytes, 400), model_to16(bytes, 400)) << place;
+    for (const unsigned unit : {0x80U, 0x100U, 0x4041U, 0x8041U, 0xDC41U, 0xFF41U}) {
+      std::u16string units = plain;
+      units[place] = static_cast<char16_t>(unit);
+      ASSERT_EQ(to8(units, 410), model_to8(units, 410, true)) << place << ", " << unit;
+    }
+  }
+}
+
 // Texts in which each kind of character meets each other.
 std::vector<std::u16string> texts() {
   return {

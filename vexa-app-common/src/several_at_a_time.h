@@ -43,6 +43,16 @@ inline bool all_true(const Vector& compared) {
   return all == UINT64_MAX;
 }
 
+// The bits of all words of a vector.
+template <typename Vector>
+inline uint64_t any_bits(const Vector& vector) {
+  uint64_t any = 0;
+  for (unsigned i = 0; i < sizeof vector / sizeof any; ++i) {
+    any |= load<uint64_t>(reinterpret_cast<const char*>(&vector) + i * sizeof any);
+  }
+  return any;
+}
+
 inline void widen_eight(const uint8_t* from, uint16_t* to) {
   store(to, __builtin_convertvector(load<Bytes8>(from), Units8));
 }
@@ -51,19 +61,25 @@ inline void narrow_eight(const uint16_t* from, uint8_t* to) {
   store(to, __builtin_convertvector(load<Units8>(from), Bytes8));
 }
 
-// Through memory: a vector of 32 bytes is no argument or result on every processor.
 inline void widen_sixteen(const uint8_t* from, uint16_t* to) {
+#if defined(__SSE2__) || defined(__ARM_NEON)
+  constexpr Bytes16 kNone{};
+  const auto bytes = load<Bytes16>(from);
+  store(to, __builtin_shufflevector(bytes, kNone, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23));
+  store(to + 8,
+        __builtin_shufflevector(bytes, kNone, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31));
+#else  // A shuffle would go byte by byte there. Through memory: 32 bytes are no argument or result.
   Bytes16 bytes;
   std::memcpy(&bytes, from, sizeof bytes);
   const Units16 units = __builtin_convertvector(bytes, Units16);
   std::memcpy(to, &units, sizeof units);
+#endif
 }
 
-inline void narrow_sixteen(const uint16_t* from, uint8_t* to) {
-  Units16 units;
-  std::memcpy(&units, from, sizeof units);
-  const Bytes16 bytes = __builtin_convertvector(units, Bytes16);
-  std::memcpy(to, &bytes, sizeof bytes);
+inline void narrow_sixteen(const Units8& first, const Units8& second, uint8_t* to) {
+  store(to, __builtin_shufflevector(reinterpret_cast<const Bytes16&>(first),
+                                    reinterpret_cast<const Bytes16&>(second), 0, 2, 4, 6, 8, 10, 12, 14, 16,
+                                    18, 20, 22, 24, 26, 28, 30));
 }
 
 // The same 16-bit unit, four times.

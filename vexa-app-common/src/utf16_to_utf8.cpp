@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "several_at_a_time.h"
 #include "vexadm/unicode.h"
@@ -83,24 +84,41 @@ inline int32_t convert_one(Cursor& at, bool strict) {
 
 constexpr std::ptrdiff_t kReachUnits = 8;
 constexpr std::ptrdiff_t kReach = 16;
-constexpr std::ptrdiff_t kBlock = 32;
+constexpr std::size_t kBlock = 4;  // vectors
+constexpr std::size_t kLongBlock = 16;
 constexpr uint64_t kAboveAscii = four_times(0xFF80);
 constexpr uint64_t kAboveTwoBytes = four_times(0xF800);
 
-inline bool is_ascii_block(const uint16_t* from) {
-  const Units8 all =
-      load<Units8>(from) | load<Units8>(from + 8) | load<Units8>(from + 16) | load<Units8>(from + 24);
-  return all_true((all & 0xFF80) == 0);
+// A block that is ASCII. Of each vector its number; all are loaded before the first is stored, since a
+// compiler must take it that a store changes what was not loaded yet.
+template <std::size_t... kOf, std::size_t... kPair>
+inline bool narrow_block(const uint16_t* from, uint8_t* to, std::index_sequence<kOf...>,
+                         std::index_sequence<kPair...>) {
+  const Units8 units[] = {load<Units8>(from + 8 * kOf)...};
+  if ((any_bits((units[kOf] | ...)) & kAboveAscii) != 0) return false;
+  (narrow_sixteen(units[2 * kPair], units[2 * kPair + 1], to + 16 * kPair), ...);
+  return true;
+}
+
+template <std::size_t kVectors>
+inline bool take_ascii_block(Cursor& at) {
+  constexpr std::ptrdiff_t kUnits = kVectors * 8;
+  if (at.left() < kUnits || at.room() < kUnits) return false;
+  if (!narrow_block(at.src, at.dst, std::make_index_sequence<kVectors>(),
+                    std::make_index_sequence<kVectors / 2>())) {
+    return false;
+  }
+  at.advance(kUnits, kUnits);
+  return true;
 }
 
 // Eight that are ASCII, and the blocks behind them.
 inline void take_ascii(Cursor& at) {
   narrow_eight(at.src, at.dst);
   at.advance(8, 8);
-  while (at.left() >= kBlock && at.room() >= kBlock && is_ascii_block(at.src)) {
-    narrow_sixteen(at.src, at.dst);
-    narrow_sixteen(at.src + 16, at.dst + 16);
-    at.advance(kBlock, kBlock);
+  while (take_ascii_block<kBlock>(at)) {
+    while (take_ascii_block<kLongBlock>(at)) {
+    }
   }
 }
 
