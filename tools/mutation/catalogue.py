@@ -8,11 +8,15 @@ from clang import cindex
 
 from mutation.source import Finder, one_line
 
-ROOMS = ("vexa-app-utils", "vexa-app-os-al", "vexa-app-common")
+ROOMS = ("vexa-app-utils", "vexa-app-os-al", "vexa-app-common/src")
 FLAGS = ["-std=c++20", "-D_GNU_SOURCE", "-fno-exceptions", "-fno-rtti"]
 
 PRELUDE = """// Seen by every source of the mutation build before its first line.
 #pragma once
+#include <signal.h>
+#include <stdlib.h>
+// A mutant may go on with the -1 of a failed fork, and -1 is every process of the machine.
+#define kill(process, number) ((process) == -1 ? abort() : (void)0, kill(process, number))
 extern "C" {
 __attribute__((visibility("hidden"))) extern bool vexa_mutant_active;
 __attribute__((visibility("hidden"))) bool vexa_mutant_chosen(int number);
@@ -21,6 +25,11 @@ __attribute__((visibility("hidden"))) bool vexa_mutant_chosen(int number);
 constexpr bool vexa_mutant(int number) {
   if (__builtin_is_constant_evaluated()) return false;
   return __builtin_expect(vexa_mutant_active, 0) && vexa_mutant_chosen(number);
+}
+template <typename Element, int kCount>
+constexpr auto vexa_lanes(Element value) {
+  typedef Element Vector __attribute__((vector_size(kCount * sizeof(Element))));
+  return Vector{} + value;
 }
 """
 
@@ -136,7 +145,7 @@ def rewritten(finder):
                 text = f"{{ if (!{chosen}) {{ {text} }} }}"
             else:
                 text = f"{{ if ({chosen}) return {{}}; {text} }}"
-        return text
+        return f"vexa_lanes<{site.lanes}>({text})" if site.lanes else text
 
     return render(0, len(finder.text), order)
 

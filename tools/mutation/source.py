@@ -26,12 +26,21 @@ def one_line(text):
     return re.sub(r"\s+", " ", text).strip() if '"' not in text else re.sub(r"\s*\n\s*", " ", text).strip()
 
 
+def _made_of_nothing(record):
+    """Whether {} is a value of the class."""
+    declared = record.get_declaration()
+    template = cindex.conf.lib.clang_getSpecializedCursorTemplate(declared)
+    kinds = [child for child in (template or declared).get_children() if child.kind == K.CONSTRUCTOR]
+    return not kinds or any(not list(made.get_arguments()) for made in kinds)
+
+
 class Site:
     """A place: an expression or a statement, and what may stand there instead."""
 
     def __init__(self, start, end, statement):
         self.start, self.end, self.statement = start, end, statement
         self.mutants = []  # (operator, form, text), form one of "instead", "not", "drop", "return"
+        self.lanes = None  # element and number of the vector that a constant is spread over
 
 
 class Finder:
@@ -227,7 +236,7 @@ class Finder:
                 self._add(value, "returned value replaced", "instead", "0")
             elif result.kind == T.POINTER:
                 self._add(value, "returned value replaced", "instead", "nullptr")
-            elif result.kind == T.RECORD and self._with_semicolon(place):
+            elif result.kind == T.RECORD and self._with_semicolon(place) and _made_of_nothing(result):
                 self._add(self._with_semicolon(place), "returned value replaced", "return", statement=True)
         self._expression(children[0])
 
@@ -273,6 +282,14 @@ class Finder:
             inside = not inner or not place or place[0] <= inner[0] and inner[1] <= place[1]
             if child.kind.is_expression() and inside:
                 self._expression(child, in_list or cursor.kind == K.INIT_LIST_EXPR)
+        if cursor.type.get_canonical().kind == T.VECTOR and place:
+            self._beside_vector(cursor, self.sites.get((*place, False)))
+
+    def _beside_vector(self, cursor, site):
+        """A constant that the compiler spreads over the lanes: it does so for nothing else of type int."""
+        if site and all(operator == "constant" for operator, _, _ in site.mutants):
+            vector = cursor.type.get_canonical()
+            site.lanes = f"{vector.element_type.spelling}, {vector.element_count}"
 
     def _binary(self, cursor, place, _):
         sides = [self._range(child) for child in cursor.get_children()]
@@ -300,6 +317,8 @@ class Finder:
 
     def _unary(self, cursor, place, _):
         text = one_line(self._text(place))
+        if text.startswith("!="):  # of a class that only has ==
+            return
         if text.startswith("++") or text.startswith("--"):
             self._add(place, "arithmetic", "instead", {"+": "--", "-": "++"}[text[0]] + text[2:])
         elif text.endswith("++") or text.endswith("--"):
