@@ -215,6 +215,12 @@ TEST_F(ForkExec, BlanksAloneSeparateAndManyCountAsOne) {
   EXPECT_EQ(run(program).text(), "<>");
 }
 
+TEST_F(ForkExec, AProgramsNameMayHaveEveryCharacterButABlank) {
+  LogCapture log;
+  const std::string program = "/tmp/x/bin/!\"#$%&'()*+,-.:;<=>?@[\\]^_`{|}~\tz";
+  EXPECT_EQ(run(script("echo ran", program)).text(), "ran\n");
+}
+
 TEST_F(ForkExec, ArgumentZeroIsTheProgramThatRuns) {
   LogCapture log;
   EXPECT_EQ(run("/bin/cat /proc/self/cmdline", 64).bytes.substr(0, 28), "/bin/cat\0/proc/self/cmdline\0"s);

@@ -136,6 +136,11 @@ TEST(Attributes, NoneLeaveATableOfNone) {
   EXPECT_THAT(table, Each(IsNull()));
 }
 
+TEST(Attributes, ATableOfOnePlaceIsFilled) {
+  const Exact exact(attribute(0, "good"));
+  EXPECT_EQ(parsed<2>(exact, 0, 8)[0], exact.attributes());
+}
+
 TEST(Attributes, ATableWithoutPlacesIsLeftAlone) {
   const Exact exact(attribute(0, ""));
   parsed<2>(exact, -1, 4);
@@ -742,6 +747,13 @@ TEST_F(AddressWait, BehindAnotherInterfaceADatagramIsNotLookedAt) {
         new_address(index_, address("2001:db8::3"))});
   EXPECT_EQ(wait(), 0);
   EXPECT_STREQ(address_, "2001:0db8:0000:0000:0000:0000:0000:0003");
+}
+
+TEST_F(AddressWait, BehindAnotherInterfaceWithoutAttributesADatagramIsNotLookedAtEither) {
+  told({new_address(index_ + 50, "") + new_address(index_, address("2001:db8::1")),
+        new_address(index_, address("2001:db8::2"))});
+  EXPECT_EQ(wait(), 0);
+  EXPECT_STREQ(address_, "2001:0db8:0000:0000:0000:0000:0000:0002");
 }
 
 TEST_F(AddressWait, OtherMessagesArePassedOver) {
