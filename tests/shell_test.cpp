@@ -394,6 +394,28 @@ TEST_F(Shell, TheEndOfACommandIsWaitedForAfterTheReading) {
   EXPECT_TRUE(exists("/tmp/ran"));
 }
 
+// A reader's end is what stops a command that writes for ever, unless the host has it ignored.
+TEST_F(Shell, ACommandThatWritesOnIsEndedByTheSignalThatTheHostMayIgnore) {
+  const std::string writer =
+      "i=0; while [ $i -lt 20 ]; do echo abcdefghij; sleep 0.05; i=$((i+1)); done 2> /dev/null; touch /tmp/";
+  const auto cut_short = [&](const std::string& end) {
+    LogCapture log;
+    Result result(8);
+    EXPECT_EQ(vexa_popen_call((writer + end).c_str(), result.data(), result.size()), 0);
+    EXPECT_EQ(result.text(), "abcdef");
+    EXPECT_EQ(log.lines().at(1).message, "result_buf Exceeded max len.\n");
+  };
+  const ChildResult child = run_in_child([&] {
+    std::signal(SIGPIPE, SIG_DFL);
+    cut_short("ended");
+    EXPECT_FALSE(exists("/tmp/ended"));
+    std::signal(SIGPIPE, SIG_IGN);
+    cut_short("ignored");
+    EXPECT_TRUE(exists("/tmp/ignored")) << "the command was not waited for";
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+}
+
 TEST_F(Shell, AReadWithoutACommandIsRefused) {
   LogCapture log;
   Result result(8);

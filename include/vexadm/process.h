@@ -98,11 +98,15 @@ VEXA_API int32_t vexa_system_call_ex(const char *cmd, uint32_t cmd_len);
  *             string:%s\n")
  * @retval -1  not run: cmd is NULL, or the shell could not be started ("popen
  *             call:%s fail[%s]\n", with "parameter invaild!" or the system's
- *             reason); or memory was short ("result_str is NULL!")
+ *             reason)
+ * @retval -1  not read: memory was short ("result_str is NULL!"). The command was
+ *             started, with its output closed, and waited for
  * @note The first piece that does not fit ends the reading ("result_buf Exceeded
  *       max len.\n", level 3; the result stays 0), also where a later, shorter
  *       one would. The pipe is then closed: a command that goes on writing is
- *       ended by SIGPIPE. Each piece taken is logged: "Line string:%s".
+ *       ended by SIGPIPE. In a host that ignores SIGPIPE the command ignores it
+ *       too: its writes fail, and the call lasts until it has ended by itself.
+ *       Each piece taken is logged: "Line string:%s".
  */
 VEXA_API int32_t vexa_popen_call(const char *cmd, char *result, uint32_t result_size);
 
@@ -115,7 +119,7 @@ VEXA_API int32_t vexa_popen_call(const char *cmd, char *result, uint32_t result_
  * @param result_size  capacity of result in bytes
  * @retval 0   ran, whatever its exit code. All of its output was read, and what
  *             did not fit dropped; with a result_size of 1 the first line ends the
- *             reading ("len=%d,%d\n")
+ *             reading ("len=%d,%d\n"), with SIGPIPE as for vexa_popen_call()
  * @retval -1  not run: cmd or result is NULL, or the shell could not be started
  *             ("popen call:%s fail[%s]\n" as for vexa_popen_call())
  * @note Always sleeps for one second before it reads. Each line, or 510 characters
@@ -164,10 +168,13 @@ VEXA_API int32_t get_flash_type(void);
  *
  * Standard output and standard error of the program are one stream, which lands
  * in result as it was written. Two seconds without a byte, counted afresh from
- * each one, and the program is killed; one that keeps writing may run for any
- * time. The call goes on until the output has ended and the program, with every
+ * each one and when one of its two pipes closes (the output, and the one by which
+ * its end is seen), and the program is killed; one that keeps writing may run for
+ * any time. The call goes on until the output has ended and the program, with every
  * process that it has started and left behind, has ended too; such a process is
- * one that the two seconds apply to as well, but only the program is killed.
+ * one that the two seconds apply to as well, but only the program is killed. A
+ * program that closes every descriptor that it has inherited, as a daemon does,
+ * cannot be seen any more: it is waited for without limit.
  *
  * @param command      at most 511 characters and 31 words
  * @param command_len  not looked at
@@ -193,6 +200,10 @@ VEXA_API int32_t get_flash_type(void);
  *       An interrupted wait is logged as failed, with "(): select() was interrupted,
  *       continuing" behind it, and begins its two seconds anew: a host with a timer
  *       that fires more often has no time-out.
+ * @warning In a host that has SIGCHLD ignored or waits for any child, a program may
+ *       have ended and be gone while a process that it left behind is silent. The
+ *       kill then fails with error 3 (ESRCH), or, when the system has given the
+ *       number to a new process, ends that one.
  * @note What is left behind: a program that was killed, or whose wait failed, is not
  *       waited for; it stays a zombie until the host does, for example by
  *       waitpid(-1, NULL, WNOHANG). When the second of the two pipes cannot be had,
@@ -207,7 +218,9 @@ VEXA_API int32_t get_flash_type(void);
  *       fails ("exec() failed: %d:%s\nDying\n", "(): command is too long\n") by a
  *       line to the host's standard output or, there in the new process, to its print
  *       callback; the callback must not wait for locks that are held outside of it.
- *       Handlers of pthread_atfork() run.
+ *       Such a line is untranslated and cut after 255 characters of its message. It
+ *       is dropped when another thread was just logging to the callback: the exit
+ *       code of 255 is what can be relied on. Handlers of pthread_atfork() run.
  */
 VEXA_API int32_t vexa_ds_system_call3(const char *command, uint32_t command_len, char *result,
                                       uint32_t result_len, uint8_t verbose);
