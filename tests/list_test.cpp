@@ -481,11 +481,12 @@ TEST_F(ListWithAWrongTail, MergesJoinAtTheEnd) {
 }
 
 TEST_F(ListWithAWrongTail, ItIsMergedWithAllBehindIt) {
-  fill(other_, {&e4_});
-  list_merge(&other_, &list_);
-  EXPECT_EQ(list_pop_back(&other_), &e2_.link);
-  EXPECT_THAT(ids(other_), ElementsAre(4, 3, 1));
-  EXPECT_EQ(other_.count, 3u);
+  list_header third = {};
+  fill(third, {&e4_});
+  list_merge(&third, &list_);
+  EXPECT_EQ(list_pop_back(&third), &e2_.link);
+  EXPECT_THAT(ids(third), ElementsAre(4, 3, 1));
+  EXPECT_EQ(third.count, 3u);
 }
 
 TEST_F(List, WithoutATailTheSecondOfASplitHasNoneEither) {
