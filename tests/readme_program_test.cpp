@@ -31,7 +31,7 @@ Output run(const std::string& command) {
 
 std::string parent_of(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-std::string project() { return parent_of(parent_of(__FILE__)); }
+std::string project() { return PROJECT; }
 
 [[maybe_unused]] std::string library_directory() {
   Dl_info info{};
