@@ -120,6 +120,9 @@ VEXA_API uint32_t Is_valid_SubnetMask(const char *text);
  * @param text     text to look in
  * @retval 0 found
  * @retval 1 not found, or no valid expression, or memory was short, or an argument is NULL
+ * @note While memory is short, the C library's regcomp() may lose a block, and that of glibc
+ *       before 2.42 frees one twice with many expressions that have a group, which ends
+ *       the process. Is_valid_Mac's expression is not among those: tried at each allocation.
  */
 VEXA_API uint32_t ereg(const char *pattern, const char *text);
 

@@ -159,8 +159,8 @@ std::int64_t use_addresses() {
 }
 
 std::int64_t match() {
-  return CALL(ereg)("^(a|b)+[0-9]{2,3}$", "abba12") == 0 && CALL(Is_valid_Mac)("00:1A:2b:3C:4d:5E") == 1 ? 0
-                                                                                                         : -1;
+  return CALL(ereg)("^[ab]+[0-9]{2,3}$", "abba12") == 0 && CALL(Is_valid_Mac)("00:1A:2b:3C:4d:5E") == 1 ? 0
+                                                                                                        : -1;
 }
 
 std::int64_t refuse_addresses() {
@@ -170,7 +170,9 @@ std::int64_t refuse_addresses() {
 std::vector<Operation> address_operations() {
   return {
       {.name = "Addresses", .run = use_addresses, .answers = {{0}}, .reach = Reach::kNothing},
-      // The C library loses a block when it runs out of memory within an expression.
+      // The C library loses a block when it runs out of memory within an expression. With many
+      // that have a group, glibc before 2.42 frees one twice (docs/caveats.md): nothing that calls it can
+      // mend that.
       {.name = "AddressPatterns",
        .run = match,
        .answers = {{0}, {-1}},
