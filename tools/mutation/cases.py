@@ -32,7 +32,12 @@ def listed(build):
 
 
 def prepare():
-    """In the child: a mutant may ask for all memory or fill the disk; a crash leaves no core."""
+    """In the child: a mutant may ask for all memory or fill the disk; a crash leaves no core.
+
+    A shell that starts the run behind its back has these signals ignored, which tests see.
+    """
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_DFL)
     os.nice(10)
     limits = {resource.RLIMIT_CORE: 0, resource.RLIMIT_FSIZE: 1 << 28, resource.RLIMIT_AS: 1 << 33}
     for what, most in limits.items():
