@@ -857,6 +857,22 @@ TEST_F(AddressWait, WaitsForEachArrivalOnceWithRoomForThirtyTwo) {
   EXPECT_THAT(NetlinkCalls::limits[0], ElementsAre(32, 2000));
 }
 
+TEST_F(AddressWait, TheMillisecondThatHasBegunIsNotTakenFromItsTwoSeconds) {
+  told({new_address(index_, address("2001:db8::1"))});
+  NetlinkCalls::monotonic = {{10, 999999}, {10, 1000000}};  // a nanosecond later the next one begins
+  EXPECT_EQ(wait(), 0);
+  ASSERT_EQ(NetlinkCalls::limits.size(), 1u);
+  EXPECT_THAT(NetlinkCalls::limits[0], ElementsAre(32, 2000));
+}
+
+TEST_F(AddressWait, NewsOfTheSocketWithoutADatagramAreNotRead) {
+  NetlinkCalls::announced = {EPOLLERR};
+  told({new_address(index_, address("2001:db8::1"))});
+  EXPECT_EQ(wait(), 0);
+  EXPECT_STREQ(address_, "2001:0db8:0000:0000:0000:0000:0000:0001");
+  EXPECT_EQ(NetlinkCalls::waits, 2);
+}
+
 TEST_F(AddressWait, NothingIsInheritedByCommands) {
   std::string flags;
   meanwhile([&] {

@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <functional>
 #include <string>
@@ -47,7 +48,9 @@ struct NetlinkCalls {
   static inline std::function<void(int fd, const std::string& bytes)> before_send;
   static inline std::function<void(int turn)> before_wait;  // turns count from 1
   static inline std::deque<Arrival> arrivals;               // before those of the kernel
-  static inline int sends_interrupted = 0;                  // so many that follow
+  static inline std::deque<std::uint32_t> announced;  // events of the socket, before those of the kernel
+  static inline std::deque<timespec> monotonic;       // what the clock says, before the kernel's
+  static inline int sends_interrupted = 0;            // so many that follow
   static inline int waits_interrupted = 0;
   static inline int receives = 0;  // by recvmsg
   static inline int waits = 0;
@@ -57,6 +60,7 @@ struct NetlinkCalls {
   static inline std::vector<sockaddr_nl> addresses;
   static inline std::vector<Option> options;
   static inline std::vector<std::uint32_t> watched;      // events
+  static inline int watched_fd = -1;                     // the last one
   static inline std::vector<std::array<int, 2>> limits;  // events at most, milliseconds
 
   static void reset() {
@@ -69,6 +73,8 @@ struct NetlinkCalls {
     before_send = nullptr;
     before_wait = nullptr;
     arrivals.clear();
+    announced.clear();
+    monotonic.clear();
     sends_interrupted = waits_interrupted = receives = waits = 0;
   }
 
@@ -161,6 +167,7 @@ VEXA_IN_PLACE int epoll_create1(int flags) noexcept {
 VEXA_IN_PLACE int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
   if (vexa_test::NetlinkCalls::fails("epoll_ctl")) return -1;
   vexa_test::NetlinkCalls::watched.push_back(event->events);
+  vexa_test::NetlinkCalls::watched_fd = fd;
   return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
 }
 
@@ -173,7 +180,23 @@ VEXA_IN_PLACE int epoll_wait(int epoll, epoll_event* events, int most, int milli
     errno = EINTR;
     return -1;
   }
+  if (!Calls::announced.empty()) {
+    events[0].events = Calls::announced.front();
+    events[0].data.fd = Calls::watched_fd;
+    Calls::announced.pop_front();
+    return 1;
+  }
   return static_cast<int>(syscall(SYS_epoll_pwait, epoll, events, most, milliseconds, nullptr, 0));
+}
+
+VEXA_IN_PLACE int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  using Calls = vexa_test::NetlinkCalls;
+  if (clock == CLOCK_MONOTONIC && !Calls::monotonic.empty()) {
+    *time = Calls::monotonic.front();
+    Calls::monotonic.pop_front();
+    return 0;
+  }
+  return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
 }
 
 }  // extern "C"
