@@ -782,6 +782,17 @@ TEST_F(ForkExec, WithoutACallbackItSaysSoOnTheHostsStandardOutput) {
   }
 }
 
+TEST_F(ForkExec, ItReachesTheErrorStreamOfAHostWithoutOutput) {
+  const ChildResult child = run_in_child([] {
+    set_print_interface([](const char* line) {
+      if (write(STDERR_FILENO, line, std::strlen(line)) < 0) std::abort();
+    });
+    close(STDOUT_FILENO);
+    run("/tmp/bin/none", 8);
+  });
+  EXPECT_THAT(child.err, HasSubstr("| exec() failed: 2:No such file or directory\nDying\n"));
+}
+
 TEST_F(ForkExec, WithTheLogToolItSaysSoInShort) {
   const ChildResult child = run_in_child([] {
     vexa_set_log_tool_enable(1);
