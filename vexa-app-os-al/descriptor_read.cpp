@@ -16,7 +16,7 @@ ssize_t read_full(int fd, std::span<char> buffer) {
   while (count < buffer.size()) {
     const ssize_t got = read(fd, buffer.data() + count, buffer.size() - count);
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return -1;
+    if (got < 0) return got;
     if (got == 0) break;
     count += static_cast<std::size_t>(got);
   }

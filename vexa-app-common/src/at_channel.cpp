@@ -108,10 +108,10 @@ bool ask(std::string_view command, Reply& reply) {
 
 char* vexa_util_send_at(const char* command) {
   Reply reply;
-  const Frame frame(command ? command : "");
+  const std::string_view asked = command ? command : "";
+  const Frame frame(asked);
   VEXA_ASSERT(reply && frame, "vexa-app-common/src/vexa_common_def");
   // Modems do not answer an empty line: nobody should wait a minute for that.
-  const bool asks = command && *command != '\0';
-  if (!asks || !ask(frame.text(), reply)) reply.fail();
+  if (asked.empty() || !ask(frame.text(), reply)) reply.fail();
   return reply.release();
 }

@@ -73,10 +73,8 @@ std::string_view word_behind_equals(std::string_view text) {
   const std::size_t equals = text.find('=');
   if (equals == 0 || equals == std::string_view::npos) return {};
   text.remove_prefix(equals + 1);
-  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
-  std::size_t length = 0;
-  while (length < text.size() && !is_space(text[length])) ++length;
-  return text.substr(0, length);
+  const auto* const word = std::find_if_not(text.begin(), text.end(), is_space);
+  return {word, std::find_if(word, text.end(), is_space)};
 }
 
 bool is_regular(int fd) {
