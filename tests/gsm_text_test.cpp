@@ -10,12 +10,14 @@
 #include <string_view>
 #include <vector>
 
+#include "support/failing_calloc.h"
 #include "support/log_text.h"
 
 namespace {
 
 using ::testing::Each;
 using ::testing::ElementsAre;
+using vexa_test::FailingCalloc;
 using vexa_test::log_is;
 using vexa_test::LogCapture;
 using namespace std::string_literals;
@@ -320,6 +322,19 @@ TEST(Gsm7Bit, NullAndNothingAreRefused) {
       log, {invalid(k7Bit, 7), invalid(k7Bit, 0), invalid(k7Bit, -3), invalid(k7Bit, 1), invalid(k7Bit, 1)}));
 }
 
+TEST(Gsm7Bit, WithoutMemoryThereIsNoTextAndOneLineSaysSo) {
+  VEXA_NEEDS_OWN_CALLOC();
+  LogCapture log;
+  const Bytes octets(3889, 'a');
+  char text[2] = {'#', '#'};
+  {
+    const FailingCalloc no_memory(7778);
+    EXPECT_EQ(vexa_util_convert_gsm_def_alpha_string_to_utf8(octets.data(), 3889, text, 2), 0);
+  }
+  EXPECT_THAT(text, ElementsAre('#', '#'));
+  EXPECT_TRUE(log_is(log, {error(k7Bit, "Fail to allocate buffer for GSM alphabet to UTF8 conversion\n")}));
+}
+
 // ---- USSD ---------------------------------------------------------------------------
 
 // One row for each group of the data coding scheme, one letter for each low nibble: 7-bit, 8-bit,
@@ -504,6 +519,19 @@ TEST(Ussd, Ucs2ThatDoesNotFitIsCut) {
                            debug("oem_util_convert_ucs2_to_utf8",
                                  "String has been truncated. Buffer size of 6 not large enough\n"),
                            debug(kUssd, "USSD DCS UCS2 str, hi 4 lo 8: \xE2\x82\xAC\n")}));
+}
+
+TEST(Ussd, Ucs2WithoutMemoryGivesNoTextAndOneLineSaysSo) {
+  VEXA_NEEDS_OWN_CALLOC();
+  LogCapture log;
+  const Bytes octets(7776, 'a');
+  char text[2] = {'#', '#'};
+  {
+    const FailingCalloc no_memory(7778);
+    EXPECT_EQ(vexa_util_convert_ussd_string_to_utf8(0x48, octets.data(), octets.size(), text, 2), 0);
+  }
+  EXPECT_THAT(text, ElementsAre('#', '#'));
+  EXPECT_TRUE(log_is(log, {error(kUssd, "USC2 to UTF8 conversion failed due to lack of memory\n")}));
 }
 
 TEST(Ussd, UnsupportedSchemeGivesNothingAndSaysNothing) {
