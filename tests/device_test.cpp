@@ -157,6 +157,13 @@ TEST_F(FileValue, LeavesExactlyTheNumber) {
   EXPECT_TRUE(log_is(log, {}));
 }
 
+TEST_F(FileValue, AnInterruptionOfTheHostsEarlierCallsIsNotItsOwn) {
+  if (IsSkipped()) return;
+  errno = EINTR;
+  EXPECT_EQ(vexa_util_set_file_int_value("/tmp/value", 7), 0);
+  EXPECT_EQ(read_file("/tmp/value"), "7");
+}
+
 TEST_F(FileValue, ANewFileHasTheModeThatTheUmaskLeaves) {
   if (IsSkipped()) return;
   umask(027);

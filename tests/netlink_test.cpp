@@ -865,6 +865,14 @@ TEST_F(AddressWait, TheMillisecondThatHasBegunIsNotTakenFromItsTwoSeconds) {
   EXPECT_THAT(NetlinkCalls::limits[0], ElementsAre(32, 2000));
 }
 
+TEST_F(AddressWait, WhatIsLeftOfItsTwoSecondsIsCountedInMilliseconds) {
+  told({new_address(index_, address("2001:db8::1"))});
+  NetlinkCalls::monotonic = {{10, 0}, {10, 999999999}};
+  EXPECT_EQ(wait(), 0);
+  ASSERT_EQ(NetlinkCalls::limits.size(), 1u);
+  EXPECT_THAT(NetlinkCalls::limits[0], ElementsAre(32, 1002));
+}
+
 TEST_F(AddressWait, NewsOfTheSocketWithoutADatagramAreNotRead) {
   NetlinkCalls::announced = {EPOLLERR};
   told({new_address(index_, address("2001:db8::1"))});

@@ -145,6 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
         Malformed{"FirstSurrogate", "\xED\xA0\x80", 3}, Malformed{"LastSurrogate", "\xED\xBF\xBF", 3},
         Malformed{"Above10FFFF", "\xF4\x90\x80\x80", 3}, Malformed{"LeadF5", "\xF5\x80\x80\x80", 3},
         Malformed{"LeadF7", "\xF7\xBF\xBF\xBF", 3}, Malformed{"FiveBytes", "\xF8\x88\x80\x80\x80", 3},
+        Malformed{"FiveBytesFB", "\xFB\xBF\xBF\xBF\xBF", 3},
         Malformed{"SixBytes", "\xFC\x84\x80\x80\x80\x80", 3},
         Malformed{"LeadFE", "\xFE\x80\x80\x80\x80\x80", 3},
         Malformed{"LeadFF", "\xFF\xBF\xBF\xBF\xBF\xBF", 3}, Malformed{"TwoWithoutTrail", "\xC3\x41", 3},
