@@ -11,6 +11,7 @@ find_library(VEXADM_SQLITE3 NAMES sqlite3 REQUIRED)
 find_path(VEXADM_SQLITE3_INCLUDE sqlite3.h REQUIRED)
 
 add_library(vexadm SHARED ${VEXADM_SOURCES})
+add_library(vexadm::vexadm ALIAS vexadm)  # the name that find_package gives it, for those who take the sources in
 set_target_properties(vexadm PROPERTIES VERSION 0.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH} SOVERSION 0)
 target_include_directories(vexadm
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
@@ -51,8 +52,3 @@ if(NOT VEXADM_INSTRUMENTED)
   target_compile_options(vexadm PRIVATE -fstack-protector-strong)
   target_compile_definitions(vexadm PRIVATE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 endif()
-
-install(TARGETS vexadm LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vexadm DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h")
-install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)

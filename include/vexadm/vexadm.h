@@ -30,6 +30,7 @@
 #include "symtab.h"
 #include "types.h"
 #include "unicode.h"
+#include "version.h"
 #include "watch_log.h"
 
 #endif

@@ -1,7 +1,11 @@
 /* SPDX-License-Identifier: MIT */
-/* A host program of the smallest kind, valid as C11 and as C++20. */
+/* A host program of the smallest kind, in C11. */
 #include <stdio.h>
 #include <vexadm/vexadm.h>
+
+#if VEXADM_VERSION_NUMBER < VEXADM_MAKE_VERSION(0, 1, 0)
+#error "needs libvexadm 0.1"
+#endif
 
 struct element {
   struct q_link_node link;
@@ -19,5 +23,6 @@ int main(void) {
   q_put(&queue, &only.link);
   if (q_get(&queue) != &only.link || q_cnt(&queue) != 0) return 1;
   vexa_log_printf(3, buffer, "vexa_host_start", 7, "hello %d\n", only.number);
+  printf("C with %s\n", VEXADM_VERSION);
   return 0;
 }

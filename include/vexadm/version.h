@@ -1,0 +1,27 @@
+/* SPDX-License-Identifier: MIT */
+/**
+ * @file version.h
+ * The version of the headers that a program is compiled with.
+ *
+ * Semantic versioning: until 1.0.0 a new minor version may change an interface, a
+ * patch version changes none. The number in the file name of the library
+ * (libvexadm.so.0) is another one: it changes only with the binary interface.
+ */
+#ifndef VEXADM_VERSION_H
+#define VEXADM_VERSION_H
+
+#define VEXADM_VERSION_MAJOR 0
+#define VEXADM_VERSION_MINOR 1
+#define VEXADM_VERSION_PATCH 0
+
+/** The same as text. */
+#define VEXADM_VERSION "0.1.0"
+
+/** A version as one number that grows with it; parts up to 255. */
+#define VEXADM_MAKE_VERSION(major, minor, patch) ((major)*0x10000 + (minor)*0x100 + (patch))
+
+/** The version as one number: #if VEXADM_VERSION_NUMBER >= VEXADM_MAKE_VERSION(0, 2, 0) */
+#define VEXADM_VERSION_NUMBER \
+  VEXADM_MAKE_VERSION(VEXADM_VERSION_MAJOR, VEXADM_VERSION_MINOR, VEXADM_VERSION_PATCH)
+
+#endif
