@@ -25,4 +25,8 @@ install(CODE "
     COMMAND_ERROR_IS_FATAL ANY)" COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/vexadm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+if(VEXADM_DEBIAN)
+  include(cmake/package.cmake)
+else()
+  install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+endif()
