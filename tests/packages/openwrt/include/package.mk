@@ -1,0 +1,3 @@
+# SPDX-License-Identifier: MIT
+# Stands for the file of OpenWrt that every package includes.
+PKG_BUILD_DIR:=$(WORK)/$(PKG_NAME)-$(PKG_VERSION)
