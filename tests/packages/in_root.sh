@@ -40,7 +40,7 @@ apt install "$PWD"/packages/libvexadm0_*.deb
 packages > packages.now
 new=$(comm -13 packages.before packages.now | awk '{ sub(/:.*/, "", $2); print $2 }' | xargs)
 [ "$new" = "libsqlite3-0 libvexadm0" ] || fail "installed: $new"
-ldconfig -p | grep -q 'libvexadm\.so\.0 ' || fail "the loader does not know the library"
+grep -q 'libvexadm\.so\.0 ' <<< "$(ldconfig -p)" || fail "the loader does not know the library"
 runs ./hello_store
 apt purge libvexadm0
 apt autoremove --purge
@@ -66,7 +66,7 @@ runs ./built_hello_store
 { cmake -S stranger -B stranger_build && cmake --build stranger_build; } > cmake.log 2>&1 ||
   { cat cmake.log >&2; fail "a stranger's project does not build"; }
 for program in c_host cpp_host; do
-  stranger_build/$program | grep -q ' with ' || fail "$program printed something else"
+  grep -q ' with ' <<< "$(stranger_build/$program)" || fail "$program printed something else"
 done
 apt purge libvexadm-dev libvexadm0
 apt autoremove --purge
