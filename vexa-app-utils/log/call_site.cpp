@@ -12,6 +12,7 @@
 namespace vexa::log {
 
 void write_line(int level, const char* function, int line, const char* format, ...) {
+  if (!passes(level)) return;
   const int saved_errno = errno;
   const HeapText message = HeapText::zeroed(kMessageSize);
   // Formats such as "%m" must see what the caller saw, not what the allocation left.
