@@ -30,13 +30,13 @@ int64_t monotonic_us() {
 
 }  // namespace
 
-CallBudget::CallBudget() {
+void CallBudget::open() {
   if (budget.depth++ != 0) return;
   budget.deadline_us = 0;
   budget.gave_up = false;
 }
 
-CallBudget::~CallBudget() { --budget.depth; }
+void CallBudget::close() { --budget.depth; }
 
 CallBudget::Share::Share(int most_ms) {
   budget.share_us = int64_t{most_ms} * 1000;

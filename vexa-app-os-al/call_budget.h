@@ -11,10 +11,11 @@ namespace vexa {
 // never reads it.
 class CallBudget {
  public:
-  CallBudget();
+  // Inlined, as MutexLock is: the object has nothing in it and shall need no address.
+  [[gnu::always_inline]] CallBudget() { open(); }
   CallBudget(const CallBudget&) = delete;
   CallBudget& operator=(const CallBudget&) = delete;
-  ~CallBudget();
+  [[gnu::always_inline]] ~CallBudget() { close(); }
 
   // Bounds the waits of a step that must not use up what more important steps may need.
   class Share {
@@ -32,6 +33,10 @@ class CallBudget {
   // True when a wait has been refused since the outermost call began: something that was asked
   // for has not been looked at.
   static bool gave_up();
+
+ private:
+  static void open();
+  static void close();
 };
 
 }  // namespace vexa

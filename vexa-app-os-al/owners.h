@@ -90,13 +90,16 @@ class Heap {
 
 using HeapText = Heap<char>;
 
-// Holds a mutex for a scope.
+// Holds a mutex for a scope. Inlined also where the compiler looks for small code: called, it would
+// be an object with an address, and the stack protector guards each function that has one.
 class MutexLock {
  public:
-  explicit MutexLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+  [[gnu::always_inline]] explicit MutexLock(pthread_mutex_t& mutex) : mutex_(mutex) {
+    pthread_mutex_lock(&mutex_);
+  }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
-  ~MutexLock() { pthread_mutex_unlock(&mutex_); }
+  [[gnu::always_inline]] ~MutexLock() { pthread_mutex_unlock(&mutex_); }
 
  private:
   pthread_mutex_t& mutex_;

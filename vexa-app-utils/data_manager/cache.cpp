@@ -29,10 +29,12 @@ static_assert(offsetof(Entry, link) == 0);
 
 class ReadLock {
  public:
-  explicit ReadLock(pthread_rwlock_t& lock) : lock_(lock) { pthread_rwlock_rdlock(&lock_); }
+  [[gnu::always_inline]] explicit ReadLock(pthread_rwlock_t& lock) : lock_(lock) {
+    pthread_rwlock_rdlock(&lock_);
+  }
   ReadLock(const ReadLock&) = delete;
   ReadLock& operator=(const ReadLock&) = delete;
-  ~ReadLock() { pthread_rwlock_unlock(&lock_); }
+  [[gnu::always_inline]] ~ReadLock() { pthread_rwlock_unlock(&lock_); }
 
  private:
   pthread_rwlock_t& lock_;
@@ -40,10 +42,12 @@ class ReadLock {
 
 class WriteLock {
  public:
-  explicit WriteLock(pthread_rwlock_t& lock) : lock_(lock) { pthread_rwlock_wrlock(&lock_); }
+  [[gnu::always_inline]] explicit WriteLock(pthread_rwlock_t& lock) : lock_(lock) {
+    pthread_rwlock_wrlock(&lock_);
+  }
   WriteLock(const WriteLock&) = delete;
   WriteLock& operator=(const WriteLock&) = delete;
-  ~WriteLock() { pthread_rwlock_unlock(&lock_); }
+  [[gnu::always_inline]] ~WriteLock() { pthread_rwlock_unlock(&lock_); }
 
  private:
   pthread_rwlock_t& lock_;

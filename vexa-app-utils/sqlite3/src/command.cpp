@@ -8,7 +8,7 @@
 #include "stream.h"
 
 uint32_t dm_sqlite_system_cmd(const char* command, char* out, uint32_t out_len) {
-  constexpr char kSelf[] = "dm_sqlite_system_cmd";
+  static constexpr char kSelf[] = "dm_sqlite_system_cmd";
   if (command == nullptr) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
     return static_cast<uint32_t>(-1);

@@ -88,7 +88,7 @@ int32_t dm_sqlite_def_db_read(uint32_t, vexa_dm_item_desc* desc, uint8_t* buffer
 }
 
 int32_t dm_write_def_db(const char* table, const char* key, int32_t type, const void* value, int32_t length) {
-  constexpr char kSelf[] = "dm_write_def_db";
+  static constexpr char kSelf[] = "dm_write_def_db";
   if (length < 0 || table == nullptr || key == nullptr || (value == nullptr && length > 0)) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s param invald\n", kSelf);
     return -1;
@@ -109,7 +109,7 @@ int32_t dm_write_def_db(const char* table, const char* key, int32_t type, const 
 }
 
 int32_t dm_read_def_db(const char* table, const char* key, int32_t* type, uint8_t* buffer, int32_t length) {
-  constexpr char kSelf[] = "dm_read_def_db";
+  static constexpr char kSelf[] = "dm_read_def_db";
   if (table == nullptr || key == nullptr || type == nullptr || buffer == nullptr || length < 0) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
     return -1;

@@ -90,7 +90,7 @@ int dm_sqlite_db2csv_cb(void* db, int count, char** values, char** names) {
 }
 
 uint32_t dm_read_all_tabs_from_db(const char* path) {
-  constexpr char kSelf[] = "dm_read_all_tabs_from_db";
+  static constexpr char kSelf[] = "dm_read_all_tabs_from_db";
   if (path == nullptr) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
     return static_cast<uint32_t>(-1);
@@ -104,7 +104,7 @@ uint32_t dm_read_all_tabs_from_db(const char* path) {
   unlink(DB_EXPORT_CSV);
   vexa::File csv(std::fopen(DB_EXPORT_CSV, "a+e"));
   if (!csv) return kCsvNotOpened;
-  constexpr char kHeader[] = "key,len,type,value,\r\n";  // its terminator is the line's third byte
+  static constexpr char kHeader[] = "key,len,type,value,\r\n";  // its terminator is the line's third byte
   std::fwrite(kHeader, 1, sizeof kHeader, csv.get());
   csv.close();
 

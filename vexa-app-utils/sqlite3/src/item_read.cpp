@@ -46,7 +46,7 @@ int32_t deliver_alone(int32_t result, uint8_t* buffer, int32_t filled) {
 
 int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t* buffer, uint32_t* crc,
                    int32_t length) {
-  constexpr char kSelf[] = "dm_read_db";
+  static constexpr char kSelf[] = "dm_read_db";
   if (path == nullptr || table == nullptr || key == nullptr || buffer == nullptr || crc == nullptr ||
       length < 0) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
@@ -76,7 +76,7 @@ int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t
 }
 
 int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t length) {
-  constexpr char kSelf[] = "dm_pal_read";
+  static constexpr char kSelf[] = "dm_pal_read";
   if (table == nullptr || key == nullptr || buffer == nullptr || length < 0) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
     return -1;
@@ -102,7 +102,7 @@ int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t
 }
 
 int32_t dm_pal_read_by_key(const char* table, const char* key, uint8_t* buffer, int32_t length) {
-  constexpr char kSelf[] = "dm_pal_read_by_key";
+  static constexpr char kSelf[] = "dm_pal_read_by_key";
   if (table == nullptr || key == nullptr || buffer == nullptr) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s param NULL\n", kSelf);
     return -3;

@@ -27,7 +27,7 @@ int create_table(Database& db, const char* table) {
 }
 
 bool update_record(Database& db, const ItemRow& item) {
-  constexpr char kRow[] = "dm_update_record";
+  static constexpr char kRow[] = "dm_update_record";
   const int32_t crc = value_crc(item.data, item.length);
   VEXA_LOG(log::kDebug, kRow, "wr crc: 0x%x\n", static_cast<unsigned>(crc));
   const auto id = static_cast<int32_t>(item.id);

@@ -24,7 +24,7 @@ void record_state(const ItemRow& item, vexa_write_state state, const char* name)
 
 int32_t dm_write_db(const char* path, const char* table, uint32_t id, const char* key, int32_t type,
                     const void* data, int32_t length) {
-  constexpr char kSelf[] = "dm_write_db";
+  static constexpr char kSelf[] = "dm_write_db";
   if (path == nullptr || table == nullptr || key == nullptr || data == nullptr || length < 0) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
     return -1;
@@ -36,7 +36,7 @@ int32_t dm_write_db(const char* path, const char* table, uint32_t id, const char
 
 int32_t dm_pal_write(const char* table, uint32_t id, const char* key, int32_t type, const void* data,
                      int32_t length) {
-  constexpr char kPal[] = "dm_pal_write";
+  static constexpr char kPal[] = "dm_pal_write";
   if (table == nullptr || key == nullptr || data == nullptr || length < 0) {
     VEXA_LOG(vexa::log::kError, kPal, "%s NULL\n", kPal);
     return -1;

@@ -117,7 +117,7 @@ uint32_t dm_sqlite_read_DefItemsDB_version(uint8_t* out) {
 }
 
 void sqlite_chk_db_ver_match(uint8_t* matched) {
-  constexpr char kMatch[] = "sqlite_chk_db_ver_match";
+  static constexpr char kMatch[] = "sqlite_chk_db_ver_match";
   if (matched == nullptr) return;
   const MutexLock lock(backend_mutex);
   const CallBudget budget;
