@@ -116,6 +116,7 @@ inline bool take_ascii_block(Cursor& at) {
 inline void take_ascii(Cursor& at) {
   narrow_eight(at.src, at.dst);
   at.advance(8, 8);
+  if constexpr (!kHasVectors) return;
   while (take_ascii_block<kBlock>(at)) {
     while (take_ascii_block<kLongBlock>(at)) {
     }
@@ -211,6 +212,7 @@ inline void convert_runs(Cursor& at) {
       take_ascii(at);
       continue;
     }
+    if constexpr (!kHasVectors) return;
     if (at.room() < kReach) return;
     if (((first | second) & kAboveTwoBytes) == 0) {
       take_eight_short(at);
@@ -235,8 +237,11 @@ int32_t convert(Cursor& at, bool strict) {
       convert_runs(at);
       if (at.src == at.src_end) break;
     }
-    const int32_t result = convert_one(at, strict);
-    if (result != VEXA_UNICODE_OK) return result;
+    // Without vectors the runs are of ASCII only, and a word's other letters need not look for them.
+    do {
+      const int32_t result = convert_one(at, strict);
+      if (result != VEXA_UNICODE_OK) return result;
+    } while (!kHasVectors && at.src < at.src_end && *at.src >= 0x80);
   }
   return VEXA_UNICODE_OK;
 }

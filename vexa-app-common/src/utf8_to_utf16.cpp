@@ -146,6 +146,17 @@ inline bool take_three_byte_forms(Cursor& at) {
   return true;
 }
 
+// One of three bytes, in a word.
+inline bool take_three_byte_form(Cursor& at) {
+  const auto form = load<uint32_t>(at.src);
+  const uint32_t value = (form & 0x0F) << 12 | ((form >> 2) & 0xFC0) | ((form >> 16) & 0x3F);
+  const uint32_t top = value & 0xF800;
+  if ((form & 0xC0C0F0) != 0x8080E0 || top == 0 || top == 0xD800) return false;
+  *at.dst = static_cast<uint16_t>(value);
+  at.advance(3, 1);
+  return true;
+}
+
 // Four of four bytes each.
 inline bool take_four_byte_forms(Cursor& at) {
   const auto form = load<Words4>(at.src);
@@ -173,8 +184,8 @@ inline void convert_runs(Cursor& at) {
     }
     if (at.left() < kReach) return;
     if (lead < 0xE0   ? !take_two_byte_forms(at)
-        : lead < 0xF0 ? !take_three_byte_forms(at)
-                      : !take_four_byte_forms(at)) {
+        : lead < 0xF0 ? !(kHasVectors ? take_three_byte_forms(at) : take_three_byte_form(at))
+                      : !(kHasVectors && take_four_byte_forms(at))) {
       return;
     }
   }
@@ -186,8 +197,11 @@ int32_t convert(Cursor& at) {
       convert_runs(at);
       if (at.src == at.src_end) break;
     }
-    const int32_t result = convert_one(at);
-    if (result != VEXA_UNICODE_OK) return result;
+    // Without vectors there is no step for forms of four bytes.
+    do {
+      const int32_t result = convert_one(at);
+      if (result != VEXA_UNICODE_OK) return result;
+    } while (!kHasVectors && at.src < at.src_end && *at.src >= 0xF0);
   }
   return VEXA_UNICODE_OK;
 }
