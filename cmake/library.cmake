@@ -12,6 +12,11 @@ find_path(VEXADM_SQLITE3_INCLUDE sqlite3.h REQUIRED)
 
 add_library(vexadm SHARED ${VEXADM_SOURCES})
 add_library(vexadm::vexadm ALIAS vexadm)  # the name that find_package gives it, for those who take the sources in
+# A caller's preprocessor flags count as well; CMake itself reads the compilers' and the linker's only.
+set(VEXADM_CPPFLAGS "$ENV{CPPFLAGS}" CACHE STRING "Preprocessor flags of the environment")
+separate_arguments(VEXADM_CPPFLAG_LIST UNIX_COMMAND "${VEXADM_CPPFLAGS}")
+target_compile_options(vexadm PRIVATE ${VEXADM_CPPFLAG_LIST})
+
 set_target_properties(vexadm PROPERTIES VERSION 0.${PROJECT_VERSION_MINOR}.${PROJECT_VERSION_PATCH} SOVERSION 0)
 target_include_directories(vexadm
   PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
@@ -25,14 +30,24 @@ target_compile_options(vexadm PRIVATE
   -fno-exceptions -fno-rtti -fno-threadsafe-statics
   -fvisibility=hidden -fvisibility-inlines-hidden -ffunction-sections -fdata-sections)
 
+# Sources whose time a host can feel: lookups and checksums of each read, and what goes over whole
+# texts. The others mostly wait for storage, sockets and processes: small is as fast there.
+set(VEXADM_HOT_OPTIONS "" CACHE STRING "Compiler options of the few sources that compute, such as -O2")
+separate_arguments(VEXADM_HOT_OPTION_LIST UNIX_COMMAND "${VEXADM_HOT_OPTIONS}")
+foreach(file
+    vexa-app-common/src/utf8_to_utf16 vexa-app-common/src/utf16_to_utf8 vexa-app-common/src/gsm_text
+    vexa-app-utils/data_manager/cache vexa-app-utils/data_manager/crc32 vexa-app-utils/queue/queue)
+  set_property(SOURCE ${VEXADM_SOURCE_ROOT}/${file}.cpp APPEND PROPERTY COMPILE_OPTIONS ${VEXADM_HOT_OPTION_LIST})
+endforeach()
+
 # A host that hands the queue a null element is stopped by a real fault at that access; the
 # compiler must neither reason such accesses away nor a sanitizer stop them earlier.
 set(VEXADM_QUEUE_OPTIONS -fno-delete-null-pointer-checks)
 if(VEXADM_SANITIZE)
   list(APPEND VEXADM_QUEUE_OPTIONS -fno-sanitize=null)
 endif()
-set_source_files_properties(${VEXADM_SOURCE_ROOT}/vexa-app-utils/queue/queue.cpp PROPERTIES
-  COMPILE_OPTIONS "${VEXADM_QUEUE_OPTIONS}")
+set_property(SOURCE ${VEXADM_SOURCE_ROOT}/vexa-app-utils/queue/queue.cpp
+  APPEND PROPERTY COMPILE_OPTIONS ${VEXADM_QUEUE_OPTIONS})
 
 if(NOT VEXADM_INSTRUMENTED)
   # The run-time libraries of the instrumentation need what these take away.
@@ -46,9 +61,8 @@ if(NOT VEXADM_INSTRUMENTED)
   # one more library that every process of the router has to load.
   set_target_properties(vexadm PROPERTIES LINKER_LANGUAGE C LINK_DEPENDS ${VEXADM_EXPORTS})
   target_link_options(vexadm PRIVATE
-    -static-libgcc LINKER:-z,defs LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack
+    -static-libgcc LINKER:-z,defs LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack LINKER:-z,text
     LINKER:--gc-sections LINKER:--as-needed LINKER:-Bsymbolic-functions
     LINKER:--version-script=${VEXADM_EXPORTS})
-  target_compile_options(vexadm PRIVATE -fstack-protector-strong)
-  target_compile_definitions(vexadm PRIVATE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
+  include(${CMAKE_CURRENT_LIST_DIR}/release.cmake)
 endif()
