@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -42,9 +43,13 @@ void run_starts(benchmark::State& state, const char* what) {
 
 void start_up(benchmark::State& state) { run_starts(state, "library"); }
 void least_start_up(benchmark::State& state) { run_starts(state, "floor"); }
+void first_read(benchmark::State& state) { run_starts(state, "library-read"); }
+void least_first_read(benchmark::State& state) { run_starts(state, "floor-read"); }
 
 BENCHMARK(start_up)->Name("start-up registration/items:200")->UseManualTime()->Iterations(20);
 BENCHMARK(least_start_up)->Name("floor: start-up registration/items:200")->UseManualTime()->Iterations(20);
+BENCHMARK(first_read)->Name("start-up to first read/items:200")->UseManualTime()->Iterations(20);
+BENCHMARK(least_first_read)->Name("floor: start-up to first read/items:200")->UseManualTime()->Iterations(20);
 
 }  // namespace
 
@@ -54,10 +59,16 @@ int measure_start_up(std::string_view what) {
   table[kItems].id = -1;
   const auto begin = std::chrono::steady_clock::now();
   bool done = false;
-  if (what == "library") {
-    done = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE) != nullptr && vexa_dm_reg_def_items(table.data()) == 0;
+  std::array<uint8_t, kValueSize> value = {};
+  if (what.starts_with("library")) {
+    vexa_dm_handle* const store = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+    done = store != nullptr && vexa_dm_reg_def_items(table.data()) == 0;
+    if (what.ends_with("-read")) done = done && vexa_dm_read(store, id_of(0), value.data(), kValueSize) > 0;
   } else {
     done = floor::start();
+    if (what.ends_with("-read")) {
+      done = done && floor::read_item(kTable, key_of(0), value.data(), kValueSize) == kValueSize;
+    }
   }
   const std::chrono::duration<double, std::nano> taken = std::chrono::steady_clock::now() - begin;
   std::printf("%.0f\n", taken.count());
