@@ -7,6 +7,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vexadm/device.h>
@@ -22,6 +23,21 @@
 
 #include "support/log_text.h"
 #include "support/network_fixture.h"
+
+namespace {
+
+// So many that work, and then one that fails; none fails below 0.
+int g_reads_before_failure = -1;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) ssize_t read(int fd, void* into, size_t size) {
+  if (g_reads_before_failure >= 0 && g_reads_before_failure-- == 0) {
+    errno = EIO;
+    return -1;
+  }
+  return syscall(SYS_read, fd, into, size);
+}
 
 namespace {
 
@@ -127,6 +143,14 @@ TEST_F(FileValue, OfAPipeIsReadUntilItsWriterHasClosed) {
   close(writer);
   reader.join();
   EXPECT_EQ(value, 42);
+}
+
+TEST_F(FileValue, OfAFileThatFailsOnceInItsMiddleIsZero) {
+  if (IsSkipped()) return;
+  write_file("/tmp/value", "42\n");
+  g_reads_before_failure = 1;
+  EXPECT_EQ(vexa_util_get_file_int_value("/tmp/value"), 0);
+  EXPECT_EQ(g_reads_before_failure, -1) << "nobody read on";
 }
 
 TEST_F(FileValue, OfAMissingFileIsZero) {
