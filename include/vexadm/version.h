@@ -3,9 +3,10 @@
  * @file version.h
  * The version of the headers that a program is compiled with.
  *
- * Semantic versioning: until 1.0.0 a new minor version may change an interface, a
- * patch version changes none. The number in the file name of the library
- * (libvexadm.so.0) is another one: it changes only with the binary interface.
+ * Semantic versioning: until 1.0.0 a new minor version may ask for changes in a
+ * program's source, a patch version never does. What is built keeps running: the
+ * number in the file name of the library (libvexadm.so.0) counts breaks of the binary
+ * interface, and stays 0.
  */
 #ifndef VEXADM_VERSION_H
 #define VEXADM_VERSION_H
