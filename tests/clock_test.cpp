@@ -14,6 +14,7 @@
 #include <string>
 
 #include "support/child.h"
+#include "support/libc_calls.h"
 #include "support/log_text.h"
 
 // ---- Clocks that fail -------------------------------------------------------
@@ -29,13 +30,13 @@ timespec g_reading = kReal;
 
 #define IN_PLACE_OF(name) __asm__(name) __attribute__((visibility("default"), used))
 
-extern "C" int vexa_test_clock(clockid_t clock, timespec* now) IN_PLACE_OF("clock_gettime");
+extern "C" int vexa_test_clock(clockid_t clock, timespec* now) IN_PLACE_OF(VEXA_CLOCK_GETTIME);
 extern "C" int vexa_test_sysinfo(struct sysinfo* info) IN_PLACE_OF("sysinfo");
 
 int vexa_test_clock(clockid_t clock, timespec* now) {
   errno = g_clock_error;
   if (g_clock_error != 0) return -1;
-  if (g_reading.tv_nsec < 0) return static_cast<int>(syscall(SYS_clock_gettime, clock, now));
+  if (g_reading.tv_nsec < 0) return vexa_test::kernel_clock(clock, now);
   *now = g_reading;
   return 0;
 }
@@ -53,7 +54,7 @@ using vexa_test::run_in_child;
 
 double seconds_of(clockid_t clock) {
   timespec now = {};
-  syscall(SYS_clock_gettime, clock, &now);
+  vexa_test::kernel_clock(clock, &now);
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "support/device_fixture.h"
+#include "support/emulated.h"
 
 namespace {
 
@@ -37,15 +38,10 @@ Outcome launch(const std::string& script, const std::string& options = "") {
                " -- sh -c '" + script + "'");
 }
 
-std::string own_program() {
-  std::array<char, 4096> path = {};
-  return readlink("/proc/self/exe", path.data(), path.size() - 1) > 0 ? path.data() : "";
-}
-
 // Runs one test of this program without namespaces, by its filter.
 Outcome without_namespaces(const std::string& ci, const std::string& filter) {
-  return shell("CI=" + ci + " VEXA_DEVICE_ROOT_FORCE_NONE=1 " + DEVICE_ROOT_PROGRAM + " -- " + own_program() +
-               " --gtest_filter=" + filter);
+  return shell("CI=" + ci + " VEXA_DEVICE_ROOT_FORCE_NONE=1 " + DEVICE_ROOT_PROGRAM + " -- " +
+               vexa_test::emulator() + " " + vexa_test::own_program() + " --gtest_filter=" + filter);
 }
 
 class DeviceRoot : public vexa_test::DeviceTest {};

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/emulated.h"
 #include "support/log_text.h"
 #include "support/network_fixture.h"
 
@@ -31,6 +32,22 @@ std::vector<std::string> lines_of(std::istream& stream) {
   return lines;
 }
 
+// Where the scripts find the examples. An emulated example cannot be started as it is: there a script
+// stands in its place, and the modem simulator, which is none, beside them as in the build tree.
+std::string examples_directory() {
+  if (!vexa_test::is_emulated()) return EXAMPLES;
+  namespace fs = std::filesystem;
+  const fs::path directory = "/tmp/emulated/examples";
+  fs::create_directories(directory);
+  for (const std::string& name : example_names()) {
+    std::ofstream(directory / name) << "#!/bin/sh\nexec " << vexa_test::emulator() << " " EXAMPLES "/" << name
+                                    << " \"$@\"\n";
+    fs::permissions(directory / name, fs::perms::owner_all);
+  }
+  fs::create_symlink(EXAMPLES "/../modem_simulator", directory / "../modem_simulator");
+  return directory;
+}
+
 class Examples : public vexa_test::NetworkTest, public ::testing::WithParamInterface<std::string> {};
 
 TEST_P(Examples, SayWhatTheyShould) {
@@ -39,9 +56,10 @@ TEST_P(Examples, SayWhatTheyShould) {
   const std::vector<std::string> expected = lines_of(file);
 
   // Some need a peer or a prepared place; the script of the same name brings it.
-  const std::string program = std::string(EXAMPLES) + "/" + GetParam();
+  const std::string examples = examples_directory();
+  const std::string program = examples + "/" + GetParam();
   const std::string script = std::string(EXPECTED) + "/../run/" + GetParam() + ".sh";
-  const std::string command = std::filesystem::exists(script) ? "sh " + script + " " + EXAMPLES : program;
+  const std::string command = std::filesystem::exists(script) ? "sh " + script + " " + examples : program;
   FILE* const pipe = popen((command + " > /tmp/output").c_str(), "re");
   ASSERT_NE(pipe, nullptr);
   EXPECT_EQ(pclose(pipe), 0) << command;

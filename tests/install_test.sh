@@ -2,12 +2,12 @@
 # SPDX-License-Identifier: MIT
 # Installs the library into an empty prefix and uses it from there as a stranger would.
 # usage: install_test.sh CASE CMAKE BUILD_DIRECTORY CC CXX TESTS_DIRECTORY
-# From the environment, for another architecture: TOOLCHAIN, a CMake toolchain file; EMULATOR, the
+# From the environment, for another architecture: TOOLCHAIN, a CMake toolchain file; VEXA_EMULATOR, the
 # words that start a program of it; LDFLAGS.
 set -euo pipefail
 wanted=$1 cmake=$2 build=$3 cc=$4 cxx=$5 stranger=$6/stranger
 version=$(sed -n 's/^#define VEXADM_VERSION "\(.*\)"$/\1/p' "$6/../include/vexadm/version.h")
-read -r -a emulator <<< "${EMULATOR:-}"
+read -r -a emulator <<< "${VEXA_EMULATOR:-}"
 read -r -a ldflags <<< "${LDFLAGS:-}"
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "support/device_fixture.h"
+#include "support/emulated.h"
 
 namespace {
 
@@ -52,10 +53,11 @@ TEST_F(ReadmeProgramOnADevice, CompilesAsShownStoresAndReadsItsItem) {
   const std::string library = library_directory();
   ASSERT_FALSE(library.empty());
 
-  const Output compiled = run("cc -std=c11 -Wall -Wextra -Werror -I" + project() + "/include " + project() +
-                              "/examples/hello_store.c -o /tmp/hello_store -L" + library + " -lvexadm");
+  const Output compiled =
+      run(COMPILER " -std=c11 -Wall -Wextra -Werror -I" + project() + "/include " + project() +
+          "/examples/hello_store.c -o /tmp/hello_store -L" + library + " -lvexadm");
   ASSERT_EQ(compiled.status, 0) << compiled.text;
-  const Output ran = run("LD_LIBRARY_PATH=" + library + " /tmp/hello_store");
+  const Output ran = run("LD_LIBRARY_PATH=" + library + " " + vexa_test::emulator() + " /tmp/hello_store");
 
   EXPECT_EQ(ran.status, 0);
   EXPECT_EQ(ran.text, "The Wi-Fi is called Garden.\n");

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/libc_calls.h"
 #include "support/log_capture.h"
 #include "support/log_text.h"
 #include "vexadm/log.h"
@@ -70,7 +71,7 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
     *now = *watched.now;
     return 0;
   }
-  return next(&clock_gettime, "clock_gettime")(clock, now);
+  return next(&clock_gettime, VEXA_CLOCK_GETTIME)(clock, now);
 }
 
 int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const timespec* deadline) {
@@ -80,7 +81,7 @@ int pthread_cond_timedwait(pthread_cond_t* cond, pthread_mutex_t* mutex, const t
     if (watched.while_waiting != nullptr) watched.while_waiting();
     if (watched.timed_wait_answer >= 0) return watched.timed_wait_answer;
   }
-  return next(&pthread_cond_timedwait, "pthread_cond_timedwait")(cond, mutex, deadline);
+  return next(&pthread_cond_timedwait, VEXA_COND_TIMEDWAIT)(cond, mutex, deadline);
 }
 
 int pthread_cond_wait(pthread_cond_t* cond, pthread_mutex_t* mutex) {

@@ -59,7 +59,7 @@ class LockHolder {
     if (sqlite3_exec(db, sql, nullptr, nullptr, nullptr) != SQLITE_OK) _exit(2);
     if (write(pipe_end, "L", 1) != 1) _exit(3);
     const auto count = time.count();
-    const timespec wait{count / 1000, count % 1000 * 1000000};
+    const timespec wait{static_cast<time_t>(count / 1000), static_cast<long>(count % 1000 * 1000000)};
     nanosleep(&wait, nullptr);
     sqlite3_close(db);
     _exit(0);

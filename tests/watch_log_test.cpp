@@ -50,7 +50,7 @@ class WatchLog : public vexa_test::DeviceTest {
   }
 
   static void fill(const char* path, std::size_t size) { write_file(path, std::string(size, 'x')); }
-  static std::size_t size_of(const char* path) { return std::filesystem::file_size(path); }
+  static std::uintmax_t size_of(const char* path) { return std::filesystem::file_size(path); }
   static std::string line() {
     oem_watch("here", 7, "text");
     return exists(kA) ? read_file(kA) : "";

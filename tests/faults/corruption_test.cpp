@@ -58,7 +58,7 @@ class CorruptionOf : public Corruption, public ::testing::WithParamInterface<std
 
 TEST_P(CorruptionOf, ByABitFlippedInAByte) {
   std::mt19937 random = seeded();
-  const std::size_t stride = how_many("VEXA_CORRUPTION_STRIDE", 409 * kSlower, 1);
+  const auto stride = static_cast<std::size_t>(how_many("VEXA_CORRUPTION_STRIDE", 409 * kSlower, 1));
   for (std::size_t offset = random() % stride; offset < size_of(file()) && goes_on(); offset += stride) {
     const bool factory_copy = file() == kFactory || random() % 2 == 0;
     try_one(factory_copy, {{file(), flipped_bit(offset, random() % 8)}});
@@ -87,7 +87,8 @@ TEST_P(CorruptionOf, AndOfAnotherFileByOverwrittenPages) {
   }
   std::mt19937 random = seeded();
   std::shuffle(pairs.begin(), pairs.end(), random);
-  pairs.resize(std::min(pairs.size(), how_many("VEXA_CORRUPTION_PAIRS", 40 / kSlower, pairs.size())));
+  const std::uint64_t most = how_many("VEXA_CORRUPTION_PAIRS", 40 / kSlower, pairs.size());
+  if (most < pairs.size()) pairs.resize(static_cast<std::size_t>(most));
   for (const auto& pair : pairs) {
     if (goes_on()) try_one(random() % 2 == 0 || pair.back().first == kFactory, pair);
   }

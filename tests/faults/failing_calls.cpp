@@ -24,6 +24,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/libc_calls.h"
+
 namespace vexa_test {
 namespace {
 
@@ -119,8 +121,7 @@ int open_file(const char* path, int flags, va_list rest) {
 
 int control(int fd, int command, va_list rest) {
   void* argument = va_arg(rest, void*);
-  return or_fail(due("fcntl", nullptr, fd), -1,
-                 [&] { return static_cast<int>(syscall(SYS_fcntl, fd, command, argument)); });
+  return or_fail(due("fcntl", nullptr, fd), -1, [&] { return kernel_fcntl(fd, command, argument); });
 }
 
 int sync_file(const char* name, long number, int fd) {
@@ -166,6 +167,12 @@ using vexa_test::due;
 using vexa_test::g_state;
 using vexa_test::is_copy;
 using vexa_test::kCopy;
+using vexa_test::kernel_clock;
+using vexa_test::kernel_fchown;
+using vexa_test::kernel_pread;
+using vexa_test::kernel_pwrite;
+using vexa_test::kernel_sleep;
+using vexa_test::kernel_truncate;
 using vexa_test::next;
 using vexa_test::open_file;
 using vexa_test::or_fail;
@@ -191,10 +198,10 @@ int vexa_rename(const char* from, const char* to) VEXA_IN_PLACE_OF("rename");
 int vexa_unlink(const char* path) VEXA_IN_PLACE_OF("unlink");
 int vexa_mkdir(const char* path, mode_t mode) VEXA_IN_PLACE_OF("mkdir");
 int vexa_fcntl(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl");
-int vexa_fcntl64(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl64");
-int vexa_stat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF("stat64");
-int vexa_lstat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF("lstat64");
-int vexa_fstat64(int fd, struct stat64* status) VEXA_IN_PLACE_OF("fstat64");
+int vexa_fcntl64(int fd, int command, ...) VEXA_IN_PLACE_OF(VEXA_FCNTL64);
+int vexa_stat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF(VEXA_STAT64);
+int vexa_lstat64(const char* path, struct stat64* status) VEXA_IN_PLACE_OF(VEXA_LSTAT64);
+int vexa_fstat64(int fd, struct stat64* status) VEXA_IN_PLACE_OF(VEXA_FSTAT64);
 int vexa_access(const char* path, int mode) VEXA_IN_PLACE_OF("access");
 int vexa_faccessat(int at, const char* path, int mode, int flags) VEXA_IN_PLACE_OF("faccessat");
 ssize_t vexa_readlink(const char* path, char* target, std::size_t size) VEXA_IN_PLACE_OF("readlink");
@@ -207,10 +214,10 @@ int vexa_system(const char* command) VEXA_IN_PLACE_OF("system");
 int vexa_socket(int family, int type, int protocol) VEXA_IN_PLACE_OF("socket");
 int vexa_bind(int fd, const struct sockaddr* address, socklen_t size) VEXA_IN_PLACE_OF("bind");
 int vexa_setsockopt(int fd, int level, int name, const void* value, socklen_t size)
-    VEXA_IN_PLACE_OF("setsockopt");
+    VEXA_IN_PLACE_OF(VEXA_SETSOCKOPT);
 ssize_t vexa_send(int fd, const void* bytes, std::size_t count, int flags) VEXA_IN_PLACE_OF("send");
 ssize_t vexa_recv(int fd, void* bytes, std::size_t count, int flags) VEXA_IN_PLACE_OF("recv");
-ssize_t vexa_recvmsg(int fd, struct msghdr* message, int flags) VEXA_IN_PLACE_OF("recvmsg");
+ssize_t vexa_recvmsg(int fd, struct msghdr* message, int flags) VEXA_IN_PLACE_OF(VEXA_RECVMSG);
 int vexa_epoll_create1(int flags) VEXA_IN_PLACE_OF("epoll_create1");
 int vexa_epoll_ctl(int epoll, int operation, int fd, struct epoll_event* event) VEXA_IN_PLACE_OF("epoll_ctl");
 int vexa_epoll_wait(int epoll, struct epoll_event* events, int most, int ms) VEXA_IN_PLACE_OF("epoll_wait");
@@ -221,7 +228,7 @@ int vexa_dup2(int from, int to) VEXA_IN_PLACE_OF("dup2");
 pid_t vexa_fork() VEXA_IN_PLACE_OF("fork");
 int vexa_execvp(const char* program, char* const words[]) VEXA_IN_PLACE_OF("execvp");
 int vexa_select(int bound, fd_set* to_read, fd_set* to_write, fd_set* odd, timeval* most)
-    VEXA_IN_PLACE_OF("select");
+    VEXA_IN_PLACE_OF(VEXA_SELECT);
 int vexa_kill(pid_t process, int number) VEXA_IN_PLACE_OF("kill");
 pid_t vexa_waitpid(pid_t process, int* status, int options) VEXA_IN_PLACE_OF("waitpid");
 ssize_t vexa_sendto(int fd, const void* bytes, std::size_t count, int flags, const sockaddr* to,
@@ -229,9 +236,9 @@ ssize_t vexa_sendto(int fd, const void* bytes, std::size_t count, int flags, con
 ssize_t vexa_recvfrom(int fd, void* bytes, std::size_t count, int flags, sockaddr* from, socklen_t* size)
     VEXA_IN_PLACE_OF("recvfrom");
 int vexa_poll(pollfd* events, nfds_t count, int milliseconds) VEXA_IN_PLACE_OF("poll");
-int vexa_ioctl(int fd, unsigned long request, ...) VEXA_IN_PLACE_OF("ioctl");
-int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF("nanosleep");
-int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF("clock_gettime");
+int vexa_ioctl(int fd, unsigned long request, ...) VEXA_IN_PLACE_OF(VEXA_IOCTL);
+int vexa_nanosleep(const struct timespec* pause, struct timespec* left) VEXA_IN_PLACE_OF(VEXA_NANOSLEEP);
+int vexa_clock_gettime(clockid_t clock, struct timespec* now) VEXA_IN_PLACE_OF(VEXA_CLOCK_GETTIME);
 
 int vexa_open(const char* path, int flags, ...) {
   va_list rest;
@@ -261,8 +268,7 @@ ssize_t vexa_read(int fd, void* bytes, std::size_t count) {
 }
 
 ssize_t vexa_pread64(int fd, void* bytes, std::size_t count, off64_t offset) {
-  return transfer("pread", fd, count,
-                  [&](std::size_t n) { return syscall(SYS_pread64, fd, bytes, n, offset); });
+  return transfer("pread", fd, count, [&](std::size_t n) { return kernel_pread(fd, bytes, n, offset); });
 }
 
 ssize_t vexa_write(int fd, const void* bytes, std::size_t count) {
@@ -271,8 +277,7 @@ ssize_t vexa_write(int fd, const void* bytes, std::size_t count) {
 }
 
 ssize_t vexa_pwrite64(int fd, const void* bytes, std::size_t count, off64_t offset) {
-  return transfer("pwrite", fd, count,
-                  [&](std::size_t n) { return syscall(SYS_pwrite64, fd, bytes, n, offset); });
+  return transfer("pwrite", fd, count, [&](std::size_t n) { return kernel_pwrite(fd, bytes, n, offset); });
 }
 
 int vexa_fsync(int fd) { return sync_file("fsync", SYS_fsync, fd); }
@@ -280,8 +285,7 @@ int vexa_fdatasync(int fd) { return sync_file("fdatasync", SYS_fdatasync, fd); }
 int vexa_syncfs(int fd) { return sync_file("syncfs", SYS_syncfs, fd); }
 
 int vexa_ftruncate64(int fd, off64_t size) {
-  return or_fail(due("ftruncate", nullptr, fd), -1,
-                 [&] { return static_cast<int>(syscall(SYS_ftruncate, fd, size)); });
+  return or_fail(due("ftruncate", nullptr, fd), -1, [&] { return kernel_truncate(fd, size); });
 }
 
 int vexa_rename(const char* from, const char* to) {
@@ -346,8 +350,7 @@ int vexa_fchmod(int fd, mode_t mode) {
 }
 
 int vexa_fchown(int fd, uid_t user, gid_t group) {
-  return or_fail(due("fchown", nullptr, fd), -1,
-                 [&] { return static_cast<int>(syscall(SYS_fchown, fd, user, group)); });
+  return or_fail(due("fchown", nullptr, fd), -1, [&] { return kernel_fchown(fd, user, group); });
 }
 
 char* vexa_realpath(const char* path, char* real) {
@@ -381,7 +384,7 @@ int vexa_bind(int fd, const struct sockaddr* address, socklen_t size) {
 
 int vexa_setsockopt(int fd, int level, int name, const void* value, socklen_t size) {
   return or_fail(due("setsockopt", nullptr, fd), -1,
-                 [&] { return static_cast<int>(syscall(SYS_setsockopt, fd, level, name, value, size)); });
+                 [&] { return next(&vexa_setsockopt, VEXA_SETSOCKOPT)(fd, level, name, value, size); });
 }
 
 ssize_t vexa_send(int fd, const void* bytes, std::size_t count, int flags) {
@@ -442,7 +445,7 @@ int vexa_execvp(const char* program, char* const words[]) {
 
 int vexa_select(int bound, fd_set* to_read, fd_set* to_write, fd_set* odd, timeval* most) {
   return or_fail(due("select", ""), -1,
-                 [&] { return next(&vexa_select, "select")(bound, to_read, to_write, odd, most); });
+                 [&] { return next(&vexa_select, VEXA_SELECT)(bound, to_read, to_write, odd, most); });
 }
 
 int vexa_kill(pid_t process, int number) {
@@ -479,18 +482,47 @@ int vexa_ioctl(int fd, unsigned long request, ...) {
 }
 
 int vexa_nanosleep(const struct timespec* pause, struct timespec* left) {
-  if (!g_state.armed) return static_cast<int>(syscall(SYS_nanosleep, pause, left));
+  if (!g_state.armed) return kernel_sleep(pause, left);
   g_state.slept_ns += pause->tv_sec * 1000000000 + pause->tv_nsec;
   return 0;
 }
 
 int vexa_clock_gettime(clockid_t clock, struct timespec* now) {
-  const long result = syscall(SYS_clock_gettime, clock, now);
-  if (!g_state.armed || result != 0) return static_cast<int>(result);
+  const int result = kernel_clock(clock, now);
+  if (!g_state.armed || result != 0) return result;
   const std::int64_t ns = now->tv_nsec + g_state.slept_ns;
   now->tv_sec += ns / 1000000000;
   now->tv_nsec = ns % 1000000000;
   return 0;
 }
+
+#ifdef __USE_TIME_BITS64
+// SQLite's, of which the record is another one: nothing here may look at it.
+int vexa_fcntl64_time32(int fd, int command, ...) VEXA_IN_PLACE_OF("fcntl64");
+int vexa_stat64_time32(const char* path, void* status) VEXA_IN_PLACE_OF("stat64");
+int vexa_lstat64_time32(const char* path, void* status) VEXA_IN_PLACE_OF("lstat64");
+int vexa_fstat64_time32(int fd, void* status) VEXA_IN_PLACE_OF("fstat64");
+
+int vexa_fcntl64_time32(int fd, int command, ...) {
+  va_list rest;
+  va_start(rest, command);
+  const int result = control(fd, command, rest);
+  va_end(rest);
+  return result;
+}
+
+int vexa_stat64_time32(const char* path, void* status) {
+  return or_fail(due("stat", path), -1, [&] { return next(&vexa_stat64_time32, "stat64")(path, status); });
+}
+
+int vexa_lstat64_time32(const char* path, void* status) {
+  return or_fail(due("lstat", path), -1, [&] { return next(&vexa_lstat64_time32, "lstat64")(path, status); });
+}
+
+int vexa_fstat64_time32(int fd, void* status) {
+  return or_fail(due("fstat", nullptr, fd), -1,
+                 [&] { return next(&vexa_fstat64_time32, "fstat64")(fd, status); });
+}
+#endif
 
 }  // extern "C"

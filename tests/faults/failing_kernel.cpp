@@ -42,12 +42,25 @@ constexpr Call kCalls[] = {
     {SYS_pwrite64, "pwrite64"},
     {SYS_writev, "writev"},
     {SYS_lseek, "lseek"},
+#ifdef SYS__llseek
+    {SYS__llseek, "_llseek"},
+#endif
     {SYS_fsync, "fsync"},
     {SYS_fdatasync, "fdatasync"},
     {SYS_syncfs, "syncfs"},
     {SYS_ftruncate, "ftruncate"},
+#ifdef SYS_ftruncate64
+    {SYS_ftruncate64, "ftruncate64"},
+#endif
     {SYS_fcntl, "fcntl"},
+#ifdef SYS_fcntl64
+    {SYS_fcntl64, "fcntl64"},
+#endif
     {SYS_fstat, "fstat"},
+#ifdef SYS_fstat64
+    {SYS_fstat64, "fstat64"},
+    {SYS_fstatat64, "fstatat64"},
+#endif
 #ifdef SYS_newfstatat
     {SYS_newfstatat, "newfstatat"},
 #endif
@@ -80,6 +93,9 @@ constexpr Call kCalls[] = {
     {SYS_mkdirat, "mkdirat"},
     {SYS_fchmod, "fchmod"},
     {SYS_fchown, "fchown"},
+#ifdef SYS_fchown32
+    {SYS_fchown32, "fchown32"},
+#endif
     {SYS_pipe2, "pipe2"},
     {SYS_clone, "clone"},
 #ifdef SYS_clone3

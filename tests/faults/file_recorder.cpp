@@ -250,4 +250,19 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
   return result;
 }
 
+#if __SIZEOF_LONG__ == 4
+// What the library calls; SQLite calls the other.
+struct Time64 {
+  std::int64_t seconds;
+  std::int64_t nanoseconds;
+};
+int __clock_gettime64(clockid_t clock, Time64* now) noexcept;
+int __clock_gettime64(clockid_t clock, Time64* now) noexcept {
+  timespec narrow = {};
+  const int result = clock_gettime(clock, &narrow);
+  *now = {narrow.tv_sec, narrow.tv_nsec};
+  return result;
+}
+#endif
+
 }  // extern "C"

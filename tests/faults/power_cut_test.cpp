@@ -22,6 +22,7 @@
 #include "faults/power_cut_enumeration.h"
 #include "faults/power_cut_fixture.h"
 #include "faults/power_cut_scenarios.h"
+#include "support/emulated.h"
 
 namespace vexa_test {
 namespace {
@@ -201,7 +202,7 @@ int main(int argc, char** argv) {
   if (std::getenv("VEXA_FILE_RECORDER") == nullptr) {
     setenv("VEXA_FILE_RECORDER", "preloaded", 1);
     setenv("LD_PRELOAD", FILE_RECORDER, 1);
-    execv("/proc/self/exe", argv);
+    vexa_test::run_again(argv);
     std::perror("power_cut_test");
     return 1;
   }

@@ -48,16 +48,31 @@ constexpr Call kCalls[] = {
     {SYS_writev, "writev", true},
     {SYS_copy_file_range, "copy_file_range", true},
     {SYS_sendfile, "sendfile", true},
+#ifdef SYS_sendfile64
+    {SYS_sendfile64, "sendfile64", true},
+#endif
     {SYS_ftruncate, "ftruncate", true},
     {SYS_truncate, "truncate", true},
+#ifdef SYS_ftruncate64
+    {SYS_ftruncate64, "ftruncate64", true},
+    {SYS_truncate64, "truncate64", true},
+#endif
     {SYS_fallocate, "fallocate", true},
     {SYS_fsync, "fsync", false},
     {SYS_fdatasync, "fdatasync", false},
+#ifdef SYS_sync_file_range
     {SYS_sync_file_range, "sync_file_range", false},
+#endif
     {SYS_syncfs, "syncfs", false},
     {SYS_fcntl, "fcntl", false},
+#ifdef SYS_fcntl64
+    {SYS_fcntl64, "fcntl64", false},
+#endif
     {SYS_close, "close", false},
     {SYS_lseek, "lseek", false},
+#ifdef SYS__llseek
+    {SYS__llseek, "_llseek", false},
+#endif
 #ifdef SYS_rename
     {SYS_rename, "rename", true},
 #endif
@@ -83,6 +98,9 @@ constexpr Call kCalls[] = {
     {SYS_fchmod, "fchmod", true},
     {SYS_fchmodat, "fchmodat", true},
     {SYS_fchown, "fchown", true},
+#ifdef SYS_fchown32
+    {SYS_fchown32, "fchown32", true},
+#endif
     {SYS_fchownat, "fchownat", true},
 };
 

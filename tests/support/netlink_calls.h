@@ -23,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "support/libc_calls.h"
+
 namespace vexa_test {
 
 // What a receiving call gives in the kernel's place: an error, or a datagram and who sent it. No
@@ -130,7 +132,9 @@ VEXA_IN_PLACE int setsockopt(int fd, int level, int name, const void* value, soc
     auto& option = vexa_test::NetlinkCalls::options.emplace_back(vexa_test::Option{level, name, {}});
     std::memcpy(&option.value, value, size);
   }
-  return static_cast<int>(syscall(SYS_setsockopt, fd, level, name, value, size));
+  // By the C library: it knows kernels that take no times of 64 bits.
+  static const auto next = reinterpret_cast<decltype(&setsockopt)>(dlsym(RTLD_NEXT, VEXA_SETSOCKOPT));
+  return next(fd, level, name, value, size);
 }
 
 VEXA_IN_PLACE ssize_t send(int fd, const void* bytes, size_t size, int flags) {
