@@ -29,6 +29,6 @@ extern "C" int clock_gettime(clockid_t clock, timespec* now) noexcept {
   if (result != 0 || clock != CLOCK_MONOTONIC) return result;
   const std::int64_t total = now->tv_nsec + moved_ns;
   now->tv_sec += total / kSecondNs;
-  now->tv_nsec = total % kSecondNs;
+  now->tv_nsec = static_cast<long>(total % kSecondNs);
   return 0;
 }

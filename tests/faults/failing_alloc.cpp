@@ -27,7 +27,7 @@ std::int64_t g_blocks = 0;
 [[maybe_unused]] bool refused(std::size_t size, bool zeroed = false) {
   if (!g_state.armed) return false;
   const std::uint64_t n = ++g_state.seen;
-  if (n <= g_state.zeroed.size()) g_state.zeroed[n - 1] = zeroed;
+  if (n <= g_state.zeroed.size()) g_state.zeroed[static_cast<std::size_t>(n - 1)] = zeroed;
   const FaultPlan& plan = g_state.plan;
   if (plan.from == 0 || n < plan.from || n - plan.from >= plan.count) return false;
   if (g_state.failed++ == 0) g_state.first_size = size;
@@ -54,7 +54,8 @@ std::uint64_t FailingAlloc::seen() { return g_state.seen; }
 std::uint64_t FailingAlloc::failed() { return g_state.failed; }
 
 bool FailingAlloc::is_own(std::uint64_t n) {
-  return n >= 1 && n <= g_state.zeroed.size() && n <= g_state.seen && g_state.zeroed[n - 1];
+  return n >= 1 && n <= g_state.zeroed.size() && n <= g_state.seen &&
+         g_state.zeroed[static_cast<std::size_t>(n - 1)];
 }
 
 const char* FailingAlloc::first_failed() {

@@ -82,7 +82,7 @@ int due(const char* name, const char* path = nullptr, int fd = -1) {
     if (std::strstr(path, plan.path) == nullptr) return 0;
   }
   const std::uint64_t n = ++g_state.seen;
-  if (n <= kNamesKept) g_state.names[n - 1] = name;
+  if (n <= kNamesKept) g_state.names[static_cast<std::size_t>(n - 1)] = name;
   if (g_state.watcher != nullptr) g_state.watcher(name);
   if (plan.from == 0 || n < plan.from || n - plan.from >= plan.count) return 0;
   if (plan.error == kShortCount && !is_transfer(name)) return 0;
@@ -152,7 +152,7 @@ bool FailingCalls::is_own(std::uint64_t n) {
       "write", "fsync",  "rename", "realpath", "fchmod", "fchown",   "faccessat", "syncfs", "fopen",
       "popen", "system", "mkdir",  "socket",   "sendto", "recvfrom", "select",    "poll",   "ioctl"};
   if (n < 1 || n > kNamesKept || n > g_state.seen) return false;
-  return std::find(kOwn.begin(), kOwn.end(), g_state.names[n - 1]) != kOwn.end();
+  return std::find(kOwn.begin(), kOwn.end(), g_state.names[static_cast<std::size_t>(n - 1)]) != kOwn.end();
 }
 
 }  // namespace vexa_test
@@ -492,7 +492,7 @@ int vexa_clock_gettime(clockid_t clock, struct timespec* now) {
   if (!g_state.armed || result != 0) return result;
   const std::int64_t ns = now->tv_nsec + g_state.slept_ns;
   now->tv_sec += ns / 1000000000;
-  now->tv_nsec = ns % 1000000000;
+  now->tv_nsec = static_cast<long>(ns % 1000000000);
   return 0;
 }
 

@@ -42,14 +42,14 @@ class FailingCallsTest : public StorageTest, public ::testing::WithParamInterfac
       if (!run.is_chosen(place, step)) continue;
       for (const std::uint64_t count : {std::uint64_t{1}, kFromThereOn}) {
         for (std::size_t i = 0; i < (all ? kErrors.size() : 1); ++i) {
-          const int error = kErrors[turn++ % kErrors.size()];
+          const int error = kErrors[static_cast<std::size_t>(turn++ % kErrors.size())];
           run.attempt({place, error == EINTR && count != 1 ? kStorm : count, error});
         }
         if (!all) ++turn;
       }
       if (!all) turn += 3;
       // Where the library acts itself, an interruption alone proves little.
-      if (!all && run.is_own(place)) run.attempt({place, 1, kErrors[turn % 3]});
+      if (!all && run.is_own(place)) run.attempt({place, 1, kErrors[static_cast<std::size_t>(turn % 3)]});
     }
     std::printf("%s: %llu places\n", GetParam().name, static_cast<unsigned long long>(places));
   }
@@ -81,7 +81,7 @@ TEST_P(AFailingFileOf, IsAnsweredWithTheCodeAndLosesNothing) {
     const std::uint64_t step = all ? 1 : std::max<std::uint64_t>(1, 8 * places / wanted);
     for (std::uint64_t place = 1; place <= places && run.goes_on(); place += step) {
       for (std::size_t i = 0; i < (all ? kErrors.size() : 1); ++i) {
-        const int error = kErrors[turn++ % kErrors.size()];
+        const int error = kErrors[static_cast<std::size_t>(turn++ % kErrors.size())];
         run.attempt({place, error == EINTR ? kStorm : kFromThereOn, error, file});
       }
     }

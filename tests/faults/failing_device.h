@@ -103,7 +103,7 @@ class Device {
         if (!entry.is_regular_file()) continue;
         std::FILE* stream = std::fopen(entry.path().c_str(), "rbe");
         std::string& bytes = files_[entry.path().string()];
-        bytes.resize(entry.file_size());
+        bytes.resize(static_cast<std::size_t>(entry.file_size()));
         const std::size_t got = std::fread(bytes.data(), 1, bytes.size(), stream);
         EXPECT_EQ(got, bytes.size());
         std::fclose(stream);

@@ -95,7 +95,7 @@ class FaultRun {
     return (place - 1) % step == 0 || is_own(place);
   }
   bool is_own(std::uint64_t place) const {
-    return operation_.thorough && place <= own_.size() && own_[place - 1];
+    return operation_.thorough && place <= own_.size() && own_[static_cast<std::size_t>(place - 1)];
   }
 
   // Too many of them only repeat themselves.

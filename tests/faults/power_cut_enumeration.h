@@ -51,7 +51,7 @@ inline std::size_t fingerprint(const Image& image, const Promise& promise) {
   for (const auto& [path, content] : image) {
     const bool leftover = path.find("/.vexadm-copy-") != std::string::npos;
     for (const std::size_t part : {hash(path), leftover ? 0 : content.hash()})
-      mixed = (mixed ^ part) * 0x9e3779b97f4a7c15U + (mixed >> 29);
+      mixed = (mixed ^ part) * static_cast<std::size_t>(0x9e3779b97f4a7c15U) + (mixed >> 29);
   }
   return mixed;
 }

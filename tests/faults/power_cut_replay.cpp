@@ -14,7 +14,7 @@ namespace {
 // Files that were there before the recording, until an open tells their inode numbers.
 constexpr std::uint64_t kFirstBaseFile = std::uint64_t{1} << 62;
 
-void put(std::string& content, std::uint64_t offset, std::string_view data) {
+void put(std::string& content, std::size_t offset, std::string_view data) {
   if (content.size() < offset + data.size()) content.resize(offset + data.size());
   content.replace(offset, data.size(), data);
 }
@@ -36,7 +36,7 @@ std::vector<FileOperation> read_recording(const std::string& log) {
   while (at < bytes.size()) {
     FileRecord head = {};
     std::memcpy(&head, take(sizeof head).data(), sizeof head);
-    FileOperation operation{head.op, head.file, head.offset, {}, {}, {}};
+    FileOperation operation{head.op, head.file, static_cast<std::size_t>(head.offset), {}, {}, {}};
     operation.path = take(head.path_size);
     operation.other = take(head.other_size);
     operation.data = take(head.data_size);

@@ -58,7 +58,7 @@ using Image = std::map<std::string, Content>;
 struct FileOperation {
   FileOp op = FileOp::kMark;
   std::uint64_t file = 0;
-  std::uint64_t offset = 0;
+  std::size_t offset = 0;
   std::string path;
   std::string other;
   std::string data;

@@ -279,12 +279,12 @@ class NamedRounds {
 
 void print_sums(const SharedBoard& board, unsigned started, unsigned killed) {
   std::printf(
-      "processes: %u, killed %u; acknowledged: %lu values, %lu emptyings, %lu pairs, %lu defaults built\n",
+      "processes: %u, killed %u; acknowledged: %ju values, %ju emptyings, %ju pairs, %ju defaults built\n",
       started, killed, board.sum(kWrites), board.sum(kEmptied), board.sum(kPairWrites),
       board.sum(kDefaultsBuilt));
   std::printf(
-      "skipped as the same: %lu; read: %lu from files, %lu cached; late: %lu writes, %lu reads; came back: "
-      "%lu\n",
+      "skipped as the same: %ju; read: %ju from files, %ju cached; late: %ju writes, %ju reads; came back: "
+      "%ju\n",
       board.sum(kSkipped), board.sum(kReads), board.sum(kCachedReads), board.sum(kLateWrites),
       board.sum(kLateReads), board.came_back());
 }

@@ -31,7 +31,11 @@ struct Job {
 // What the threads of a process share.
 struct Shared {
   Shared(Board& the_board, unsigned count, unsigned seed)
-      : board(the_board), first_kind(seed), all_alike(seed % 2 == 0), start(count), own_jobs(count) {
+      : board(the_board),
+        first_kind(seed),
+        all_alike(seed % 2 == 0),
+        start(static_cast<std::ptrdiff_t>(count)),
+        own_jobs(count) {
     q_init(&jobs);
     q_init(&moved);
   }

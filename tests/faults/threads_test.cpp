@@ -99,11 +99,11 @@ TEST_F(Threads, ThatUseEverythingAtTheSameMomentFindWhatWasAcknowledged) {
   }
 
   count.tried = board_.sum(kOperations);
-  std::printf("threads: %lu; acknowledged: %lu values, %lu emptyings, %lu pairs, %lu defaults built\n",
+  std::printf("threads: %ju; acknowledged: %ju values, %ju emptyings, %ju pairs, %ju defaults built\n",
               board_.sum(kStarts), board_.sum(kWrites), board_.sum(kEmptied), board_.sum(kPairWrites),
               board_.sum(kDefaultsBuilt));
   std::printf(
-      "skipped as the same: %lu; read: %lu from files, %lu through the cache; late: %lu writes, %lu reads\n",
+      "skipped as the same: %ju; read: %ju from files, %ju through the cache; late: %ju writes, %ju reads\n",
       board_.sum(kSkipped), board_.sum(kReads), board_.sum(kCachedReads), board_.sum(kLateWrites),
       board_.sum(kLateReads));
   report(count);
@@ -114,7 +114,7 @@ TEST_F(Threads, ThatUseEverythingAtTheSameMomentFindWhatWasAcknowledged) {
 void write_together(unsigned threads, unsigned writes, Number first) {
   register_items();
   vexa_dm_handle* const handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
-  std::barrier<> start(threads);
+  std::barrier<> start(static_cast<std::ptrdiff_t>(threads));
   std::vector<std::thread> writers;
   for (unsigned thread = 0; thread < threads; ++thread) {
     writers.emplace_back([&, thread] {
