@@ -1,0 +1,217 @@
+# SPDX-License-Identifier: MIT
+"""Power cuts for real: the device dies in the middle of a burst of writes, again and again.
+
+The emulator is killed, so what the guest held in memory is gone. What it had handed to its disk is in
+a log of QEMU's, which says at which points the guest asked for it to be safe (flushes). The disk after
+the cut is built from that log: everything up to the last flush, and of what came later all, nothing, or
+some of it, as a disk with a cache of its own would leave it. That disk is booted again.
+"""
+import os
+import random
+import re
+import shutil
+import struct
+import subprocess
+import time
+
+from machine import DEVICE, Machine, Trouble
+
+SECTOR = 512
+FLUSH, FUA = 1, 2
+ITEMS = 8
+BOOT_SECONDS = 300
+
+
+class Cuts:
+    def __init__(self, initramfs, rounds, seed):
+        self.initramfs = initramfs
+        self.rounds = rounds
+        self.seed = seed
+        self.random = random.Random(seed)
+        self.data = os.path.join(DEVICE, "cuts.data")
+        self.log = os.path.join(DEVICE, "cuts.log")
+        self.before = os.path.join(DEVICE, "cuts.before")
+        self.number = 1  # of the next value
+        # What each item may hold: the last acknowledged value, and any that was being written at a cut
+        # since then (docs/caveats.md: a write that was not acknowledged may come back later).
+        self.allowed = [{0} for _ in range(ITEMS)]
+        self.failures = []
+        self.counts = dict.fromkeys(
+            ["cuts", "cuts in the recovery", "acknowledged writes", "values checked",
+             "writes in flight at a cut", "of these there after the next start", "disk writes not yet flushed at a cut",
+             "of these lost", "of these torn", "starts with a backup not yet healthy"], 0)
+
+    def run(self):
+        print(f"device: {self.rounds} power cuts, seed {self.seed}", flush=True)
+        self.make_disk()
+        for number in range(1, self.rounds + 1):
+            said = self.boot_and_cut(number)
+            print(f"device: cut {number}: {said}", flush=True)
+        self.boot_and_cut(None)
+        for name, count in self.counts.items():
+            print(f"device:   {name}: {count}")
+        return self.failures
+
+    def make_disk(self):
+        if os.path.exists(self.data):
+            os.remove(self.data)
+        subprocess.run(["mke2fs", "-q", "-t", "ext4", "-E", "lazy_itable_init=0,lazy_journal_init=0",
+                        self.data, "32M"], check=True, stdout=subprocess.DEVNULL)
+
+    def fail(self, text):
+        self.failures.append(text)
+        print(f"device: FAILED {text}", flush=True)
+
+    # --- one start of the device ----------------------------------------------------
+
+    def boot_and_cut(self, number):
+        """Starts the device on the disk of the last cut, checks it, lets it write, cuts. NUMBER: of this
+        cut; None: only check."""
+        if number is not None and number > 1 and self.random.random() < 0.2:
+            self.counts["cuts in the recovery"] += 1
+            self.start("device: mounted", self.random.uniform(0, 1.5), f"second cut before {number}")
+        where = f"after cut {number - 1}" if number else f"after cut {self.rounds}"
+        first = self.number
+        if number is None:
+            self.start("burst: checked", 0, where)
+            return None
+        lost = self.start("burst: checked", self.random.uniform(0, 3), where)
+        self.counts["cuts"] += 1
+        return f"{self.number - first} writes begun, then {lost}"
+
+    def start(self, until, seconds, where):
+        """Boots, goes on for SECONDS after the line UNTIL, then takes the power away."""
+        shutil.copyfile(self.data, self.before)
+        with open(self.log, "wb") as log:
+            log.truncate(1 << 30)
+        drive = (f"driver=blklogwrites,file.driver=raw,file.file.driver=file,file.file.filename={self.data},"
+                 f"log.driver=file,log.filename={self.log},cache=writeback")
+        wrote = self.number
+        with Machine("cuts", self.initramfs, {"data": drive}, first=self.number, seed=self.seed) as machine:
+            self.health = []
+            try:
+                for line in machine.lines(BOOT_SECONDS):
+                    self.hear(line, where)
+                    if line == until:
+                        break
+                else:
+                    raise Trouble(f"{where}, the device stopped by itself:\n" + "\n".join(machine.tail))
+            except TimeoutError:
+                raise Trouble(f"{where}, no '{until}' in {BOOT_SECONDS} s:\n" + "\n".join(machine.tail)) from None
+            try:
+                for line in machine.lines(seconds):
+                    self.hear(line, where)
+                raise Trouble(f"{where}, the burst ended by itself:\n" + "\n".join(machine.tail))
+            except TimeoutError:
+                pass
+            machine.kill()
+            for line in machine.lines(5):  # said before the cut, so it counts
+                self.hear(line, where)
+        self.judge_health(where)
+        self.counts["writes in flight at a cut"] += self.in_flight is not None and self.number > wrote
+        verdict = self.cut_disk()
+        self.check_file_system(where)
+        return verdict
+
+    # --- what the device says -------------------------------------------------------
+
+    in_flight = None
+
+    def hear(self, line, where):
+        word = re.fullmatch(r"burst: (\w+) (\d+) (.*)", line)
+        if line.startswith("burst: health "):
+            self.health.append(tuple(int(code) for code in line.split()[2:]))
+        elif not word:
+            return
+        elif word[1] == "value":
+            self.check_value(int(word[2]), word[3], where)
+        elif word[1] == "writing":
+            self.in_flight = (int(word[2]), int(word[3]))
+            self.allowed[self.in_flight[0]].add(self.in_flight[1])
+            self.number = self.in_flight[1] + 1
+        elif word[1] == "written":
+            self.in_flight = None
+            self.allowed[int(word[2])] = {int(word[3])}
+            self.counts["acknowledged writes"] += 1
+        else:
+            self.fail(f"{where}: {line}")
+
+    def check_value(self, item, value, where):
+        self.counts["values checked"] += 1
+        allowed = self.allowed[item]
+        if not value.isdigit() or int(value) not in allowed:
+            self.fail(f"{where}: item {item} holds {value}, and should one of {sorted(allowed)}")
+        elif self.in_flight == (item, int(value)):
+            self.counts["of these there after the next start"] += 1
+
+    def judge_health(self, where):
+        if self.number == 1 or not self.health:  # no file before the first write
+            return
+        if self.health[0][0] != 0:
+            self.fail(f"{where}: the primary is not healthy after the start: {self.health[0][0]}")
+        if self.health[0][1] != 0:
+            self.counts["starts with a backup not yet healthy"] += 1
+        if len(self.health) > 1 and self.health[1] != (0, 0):
+            self.fail(f"{where}: not healthy after the first write: {self.health[1]}")
+
+    # --- the disk after a cut -------------------------------------------------------
+
+    def entries(self):
+        """(flags, sector, data) of each operation in QEMU's log, in order."""
+        with open(self.log, "rb") as log:
+            magic, version, _, sector_size = struct.unpack("<QQQL", log.read(28))
+            if magic != 0x6A736677736872 or version != 1 or sector_size != SECTOR:
+                raise Trouble("QEMU's log of disk writes is of an unknown kind")
+            log.seek(SECTOR)
+            while True:
+                sector, sectors, flags, length = struct.unpack("<QQQQ", log.read(32))
+                if (sector, sectors, flags, length) == (0, 0, 0, 0):
+                    return
+                log.seek(SECTOR - 32, os.SEEK_CUR)
+                if flags & ~(FLUSH | FUA) or length:
+                    raise Trouble(f"QEMU's log has an operation of an unknown kind: {flags}")
+                yield flags, sector, log.read(sectors * SECTOR)
+
+    def cut_disk(self):
+        """Replaces the disk's image by what a cut at this moment leaves."""
+        entries = list(self.entries())
+        safe = max((at for at, (flags, _, _) in enumerate(entries) if flags & FLUSH), default=-1) + 1
+        pending = [at for at in range(safe, len(entries)) if not entries[at][0] & FUA]
+        kind = self.random.choice(["all", "none", "some", "some"])
+        lost = torn = 0
+        with open(self.before, "r+b") as disk:
+            for at, (_, sector, data) in enumerate(entries):
+                kept = range(len(data) // SECTOR)
+                if at in pending and (kind == "none" or kind == "some" and self.random.random() < 0.5):
+                    if kind == "some" and len(kept) > 1 and self.random.random() < 0.25:
+                        kept = range(self.random.randrange(1, len(kept)))
+                        torn += 1
+                    else:
+                        lost += 1
+                        continue
+                disk.seek(sector * SECTOR)
+                disk.write(data[: len(kept) * SECTOR])
+        os.replace(self.before, self.data)
+        os.remove(self.log)
+        self.counts["disk writes not yet flushed at a cut"] += len(pending)
+        self.counts["of these lost"] += lost
+        self.counts["of these torn"] += torn
+        return f"of {len(pending)} disk writes not yet flushed {lost} lost, {torn} torn"
+
+    def check_file_system(self, where):
+        """A copy is checked as a device's start would do it: journal first, then everything."""
+        copy = os.path.join(DEVICE, "cuts.fsck")
+        shutil.copyfile(self.data, copy)
+        first = subprocess.run(["e2fsck", "-p", copy], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        then = subprocess.run(["e2fsck", "-fn", copy], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        if first.returncode > 1 or then.returncode != 0:
+            self.fail(f"{where}: the file system after the cut: {(first.stdout + then.stdout).decode()}")
+        os.remove(copy)
+
+
+def run(initramfs, rounds, seed):
+    begin = time.monotonic()
+    cuts = Cuts(initramfs, rounds, seed)
+    failures = cuts.run()
+    print(f"device: power cuts took {time.monotonic() - begin:.0f} s", flush=True)
+    return failures
