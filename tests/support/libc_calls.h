@@ -69,7 +69,7 @@ inline int kernel_fchown(int fd, uid_t user, gid_t group) {
 // ARM passes a number of 64 bits in an even register and the next one.
 #if defined(__arm__)
 #define VEXA_OFFSET_ARGUMENT(offset) \
-  0, static_cast<long>((offset) & 0xFFFFFFFF), static_cast<long>((offset) >> 32)
+  0, static_cast<long>((offset)&0xFFFFFFFF), static_cast<long>((offset) >> 32)
 #elif __SIZEOF_LONG__ == 8
 #define VEXA_OFFSET_ARGUMENT(offset) (offset)
 #else
