@@ -320,6 +320,14 @@ class Gateway : public Links {
 
   std::int32_t ask(const char* ifname = "wan0") { return vexa_get_ipv6_default_gw(ifname, gateway_); }
 
+  static std::size_t routes_of_the_kernel() {
+    shell("ip -6 route show table all > /tmp/routes");
+    std::ifstream routes("/tmp/routes");
+    std::size_t count = 0;
+    for (std::string line; std::getline(routes, line);) ++count;
+    return count;
+  }
+
   char gateway_[46] = "untouched";
 };
 
@@ -364,14 +372,6 @@ TEST_F(Gateway, OfSeveralNextHopsIsNotTaken) {
   shell("ip -6 route add default nexthop via 2001:db8:1::2 dev wan0 nexthop via 2001:db8:1::3 dev wan0");
   EXPECT_EQ(ask(), 0);
   EXPECT_STREQ(gateway_, "");
-}
-
-std::size_t routes_of_the_kernel() {
-  shell("ip -6 route show table all > /tmp/routes");
-  std::ifstream routes("/tmp/routes");
-  std::size_t count = 0;
-  for (std::string line; std::getline(routes, line);) ++count;
-  return count;
 }
 
 TEST_F(Gateway, OfAnUnknownInterfaceIsAnEmptyTextAndEachRouteSaysSo) {
