@@ -793,6 +793,20 @@ TEST_F(ForkExec, ItReachesTheErrorStreamOfAHostWithoutOutput) {
   EXPECT_THAT(child.err, HasSubstr("| exec() failed: 2:No such file or directory\nDying\n"));
 }
 
+TEST_F(ForkExec, BothStreamsAreTheHostsAgainWithNoMoreDescriptorsThanThePipesNeed) {
+  const ChildResult child = run_in_child([] {
+    set_print_interface([](const char* line) {
+      for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (write(stream, line, std::strlen(line)) < 0) std::abort();
+      }
+    });
+    leave_descriptors(4);
+    run("/tmp/bin/none", 8);
+  });
+  EXPECT_THAT(child.out, HasSubstr("| exec() failed: 2:No such file or directory\nDying\n"));
+  EXPECT_THAT(child.err, HasSubstr("| exec() failed: 2:No such file or directory\nDying\n"));
+}
+
 TEST_F(ForkExec, WithTheLogToolItSaysSoInShort) {
   const ChildResult child = run_in_child([] {
     vexa_set_log_tool_enable(1);

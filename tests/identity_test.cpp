@@ -226,6 +226,12 @@ TEST_F(ProjectPara, OfAnEmptyOrMissingFileIsNotFoundSilently) {
   EXPECT_TRUE(log.lines().empty());
 }
 
+TEST_F(ProjectPara, OfAFileOfOneByteIsLookedForInIt) {
+  write_file(kFallback, "p");
+  EXPECT_EQ(para(), "-1 ");
+  EXPECT_TRUE(log_is(log, {kNoMatch}));
+}
+
 TEST_F(ProjectPara, DoesNotWaitForAPipeOrReadADirectory) {
   ASSERT_EQ(mkfifo(kFallback, 0600), 0);
   EXPECT_EQ(para(), "-1 ");

@@ -143,7 +143,11 @@ TEST(Attributes, ATableOfOnePlaceIsFilled) {
 
 TEST(Attributes, ATableWithoutPlacesIsLeftAlone) {
   const Exact exact(attribute(0, ""));
-  parsed<2>(exact, -1, 4);
+  for (const std::int32_t max : {-1, -2, INT32_MIN}) {
+    std::array<rtattr*, 1> table = {exact.attributes()};
+    vexa_parse_rtattr(table.data(), max, exact.attributes(), 4);
+    EXPECT_EQ(table[0], exact.attributes()) << max;
+  }
   vexa_parse_rtattr(nullptr, 1, exact.attributes(), 4);
 }
 

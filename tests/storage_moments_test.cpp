@@ -42,6 +42,7 @@ class Asked {
   Texts begun;         // the files on which transactions were begun
   int selects = 0;
   bool denies_begin = false;
+  std::string denies_reading;                       // a table
   int opens_as = SQLITE_OK;                         // the result of every opening
   std::function<void(const std::string&)> on_open;  // with the file's path
   std::function<void()> on_select;
@@ -70,6 +71,7 @@ class Asked {
       if (begins) active_->begun.emplace_back(sqlite3_db_filename(static_cast<sqlite3*>(db), "main"));
       active_->transactions.emplace_back(first);
     }
+    if (what == SQLITE_READ && active_->denies_reading == first) return SQLITE_DENY;
     if (what == SQLITE_SELECT) {
       ++active_->selects;
       if (active_->on_select) active_->on_select();
@@ -230,6 +232,25 @@ TEST_F(Moments, WithoutTransactionsAWriteReachesThePrimaryAndSaysThatTheBackupWa
     EXPECT_EQ(log_count(log, "3 dm_pal_write|/data/configbak.db keeps the previous value of cfg k\n"), 1u);
   }
   EXPECT_EQ(stored(kPrimary, "cfg", "k"), "new");
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "old");
+}
+
+// Nothing waits for the backup: the primary has the previous value as well.
+TEST_F(Moments, ARowThatCannotBeLookedForIsNotWritten) {
+  ASSERT_EQ(write_item("k", "old"), 0);
+  {
+    const LogCapture log;
+    Asked asked;
+    asked.denies_begin = true;
+    asked.denies_reading = "cfg";
+    EXPECT_EQ(write_item("k", "new"), 0);
+    EXPECT_EQ(
+        log_count(log,
+                  "3 dm_record_exist|[<any>] get table existence error: access to cfg.key is prohibited\n"),
+        1u);
+    EXPECT_EQ(log_count(log, "3 dm_pal_write|/data/configbak.db keeps the previous value of cfg k\n"), 0u);
+  }
+  EXPECT_EQ(stored(kPrimary, "cfg", "k"), "old");
   EXPECT_EQ(stored(kBackup, "cfg", "k"), "old");
 }
 
