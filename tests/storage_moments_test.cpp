@@ -17,6 +17,7 @@
 
 #include <vexadm/log.h>
 
+#include "support/sqlite_stat.h"
 #include "support/storage_fixture.h"
 
 namespace vexa_test {
@@ -107,11 +108,8 @@ sqlite3_syscall_ptr as_call(Function* function) {
 // Whether a look at a path says that another file is there now; counts the looks.
 std::function<bool(const char*)> looks_replaced;
 
-int stat_of_a_replaced_file(const char* path, struct stat* status) {
-  const bool replaced = looks_replaced(path);
-  const int result = stat(path, status);
-  if (replaced) status->st_ino += 1;
-  return result;
+int stat_of_a_replaced_file(const char* path, void* status) {
+  return vexa_test::stat_for_sqlite(path, status, looks_replaced(path));
 }
 
 // Another program that acts at a moment of this one's choice. Started before: a process forked in

@@ -27,7 +27,8 @@ constexpr uint64_t kDay = 24 * kHour;
 // A number of a date, and behind it the separator, if there has to be one.
 std::optional<int> take_number(const char*& text, bool separated) {
   char* end = nullptr;
-  const long number = std::strtol(text, &end, 10);
+  // A long may be no wider than an int: what is too great would look like the greatest there is.
+  const long long number = std::strtoll(text, &end, 10);
   if (end == text || (separated && *end != '-')) return std::nullopt;
   if (number < std::numeric_limits<int>::min() + 1900 || number > std::numeric_limits<int>::max()) {
     return std::nullopt;  // no year, nor anything else
