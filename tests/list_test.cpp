@@ -217,6 +217,13 @@ TEST_F(List, PopFrontTakesTheFirstUntilNothingIsLeft) {
   EXPECT_EQ(list_.count, 0u);
 }
 
+TEST_F(List, TheLastLinkTakesAnyTailWithIt) {
+  fill(list_, {&e1_});
+  list_.tail = &e2_.link;
+  EXPECT_EQ(list_pop_front(&list_), &e1_.link);
+  EXPECT_EQ(list_.tail, nullptr);
+}
+
 TEST_F(List, PopBackTakesTheLast) {
   fill(list_, {&e1_, &e2_, &e3_});
   EXPECT_EQ(list_pop_back(&list_), &e3_.link);

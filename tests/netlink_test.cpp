@@ -753,6 +753,12 @@ TEST_F(AddressWait, OfSeveralAddressesTheFirstGlobalOneCounts) {
   EXPECT_EQ(log_count(log, "0 oem_nl_netlink_handle|Return IPv6 addr:<any> scope:7\n"), 1u);
 }
 
+TEST_F(AddressWait, EachByteOfTheAddressStandsInItsPlace) {
+  told({new_address(index_, address("2001:0db8:1234:5678:9abc:def0:1357:abcd"))});
+  EXPECT_EQ(wait(), 0);
+  EXPECT_STREQ(address_, "2001:0db8:1234:5678:9abc:def0:1357:abcd");
+}
+
 TEST_F(AddressWait, OnlyFe80ItselfIsLinkLocal) {
   told({new_address(index_, address("fe80:1234::1") + address("FE80::2") + address("fe81::3"))});
   EXPECT_EQ(wait(), 0);

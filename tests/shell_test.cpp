@@ -199,6 +199,14 @@ TEST_F(Shell, ACommandThatDoesNotFitIsRunAsFarAsItGoes) {
   EXPECT_TRUE(smallest.fence_stands());
 }
 
+TEST_F(Shell, AFormatThatComesToNothingRunsAnEmptyCommand) {
+  LogCapture log;
+  Result buffer(4);
+  EXPECT_EQ(vexa_system_call_var_arg(buffer.data(), buffer.size(), "%s", ""), 0);
+  EXPECT_TRUE(log_is(log, {"0 oem_system_call|System call: \n",
+                           "0 oem_system_call|run shell script successfully result=0.\n"}));
+}
+
 TEST_F(Shell, WithoutABufferOrAFormatNothingRuns) {
   LogCapture log;
   Result buffer(8);
@@ -544,6 +552,19 @@ TEST_F(Shell, ASecondIsGivenBeforeTheReading) {
   EXPECT_EQ(result.all(), "abc\n\0\0\0\0\0\0\0\0\0\0\0\0"s);
 }
 
+TEST_F(Shell, SignalsDoNotCutTheSecond) {
+  vexa_set_log_level(4);
+  Result result(16);
+  const auto start = Clock::now();
+  {
+    const SignalStorm storm(5000);
+    EXPECT_EQ(vexa_popen_call_ex("echo abc", result.data(), result.size()), 0);
+  }
+  EXPECT_GE(Clock::now() - start, std::chrono::seconds(1));
+  EXPECT_GT(SignalStorm::seen(), 10u);
+  EXPECT_EQ(result.text(), "abc\n");
+}
+
 TEST_F(Shell, LinesAreJoinedUntilTheResultIsFull) {
   LogCapture log;
   Result result(9);
@@ -649,7 +670,12 @@ TEST_F(FakePs, TheLongestNameThatFitsIsLookedFor) {
   EXPECT_EQ(vexa_check_process_exist(longest.c_str()), 1);
   EXPECT_EQ(vexa_check_process_exist((longest + "m").c_str()), -1);
   EXPECT_EQ(vexa_check_process_exist(std::string(4000, 'm').c_str()), -1);
-  EXPECT_EQ(vexa_check_process_exist(nullptr), -1);
+}
+
+TEST_F(FakePs, WithoutANameNothingRuns) {
+  const ChildResult child = run_in_child([] { EXPECT_EQ(vexa_check_process_exist(nullptr), -1); });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+  EXPECT_EQ(child.err, "") << "a shell has complained";
 }
 
 TEST_F(Shell, ARunningProcessIsFound) {

@@ -295,6 +295,13 @@ TEST_F(DefaultRead, GivesValueAndType) {
   EXPECT_TRUE(log_is(log, {}));
 }
 
+TEST_F(DefaultRead, GivesAValueOfOneByte) {
+  EXPECT_EQ(dm_write_def_db("defs", "d", 2, "a", 1), 0);
+  EXPECT_EQ(read("defs", "d"), 1);
+  EXPECT_EQ(buffer_[0], 'a');
+  EXPECT_EQ(type_, 2);
+}
+
 TEST_F(DefaultRead, CutsAValueThatDoesNotFit) {
   EXPECT_EQ(dm_write_def_db("defs", "d", 5, "abc", 3), 0);
 

@@ -394,6 +394,27 @@ TEST_F(Moments, AStartPutsTheLatestValueIntoTheBackupEvenOneByte) {
   EXPECT_EQ(stored(kBackup, "cfg", "k"), "B");
 }
 
+// The other one's write brings the later value; ours alone would put the earlier one behind it.
+TEST_F(Moments, ARecordThatAnotherProcessHasWrittenSinceDoesNotGoIntoTheBackup) {
+  ASSERT_EQ(write_item("k", "old"), 0);
+  for (const std::string& name : {std::string(), "." + std::to_string(getpid())}) {
+    make_dirs("/data/.vexadm-copy-configbak" + name);  // where a copy would be made
+  }
+  OtherProcess other([] { put_item(kPrimary, {"cfg", 7, "k", 6, "later"}); });
+  int opened = 0;
+  const LogCapture log;
+  Asked asked;
+  asked.on_open = [&](const std::string& path) {
+    if (path == kPrimary && ++opened == 2) other.act();
+  };
+
+  EXPECT_EQ(write_item("k", "new"), 0);
+
+  EXPECT_EQ(stored(kPrimary, "cfg", "k"), "later");
+  EXPECT_EQ(stored(kBackup, "cfg", "k"), "old");
+  EXPECT_EQ(log_count(log, "3 dm_pal_write|/data/configbak.db keeps the previous value of cfg k\n"), 0u);
+}
+
 // ---- A read-only partition ----
 
 TEST_F(Moments, AFactoryCopyOnAReadOnlyPartitionRepairsThePrimary) {
