@@ -7,8 +7,8 @@ the cut is built from that log: everything up to the last flush, and of what cam
 some of it, as a disk with a cache of its own would leave it. That disk is booted again.
 
 An emulated processor takes far longer between two disk operations than they take: a kill nearly never
-meets one. So half of the cuts are put at a random operation of the log before the kill instead, and
-only what was acknowledged before that operation counts.
+meets one. So half of the cuts are put behind a random write of the log before the kill instead, and
+only what was acknowledged before that write counts.
 """
 import os
 import random
@@ -43,7 +43,7 @@ class Cuts:
         self.in_flight = set()
         self.failures = []
         self.counts = dict.fromkeys(
-            ["cuts", "cuts in the recovery", "cuts at an operation of the disk", "acknowledged writes", "values checked",
+            ["cuts", "cuts in the recovery", "cuts behind a write of the disk", "acknowledged writes", "values checked",
              "writes in flight at a cut", "of these there after the next start", "disk writes not yet flushed at a cut",
              "of these lost", "of these torn", "starts with a backup not yet healthy"], 0)
 
@@ -116,9 +116,10 @@ class Cuts:
                 self.hear(line, where, log_end)
         self.judge_health(where)
         entries = list(self.entries())
-        if entries and self.random.random() < 0.5:
-            self.counts["cuts at an operation of the disk"] += 1
-            entries = entries[: self.random.randrange(1, len(entries) + 1)]
+        writes = [at for at, (flags, _, _) in enumerate(entries) if not flags & FLUSH]
+        if writes and self.random.random() < 0.5:
+            self.counts["cuts behind a write of the disk"] += 1
+            entries = entries[: self.random.choice(writes) + 1]
         self.settle(len(entries))
         verdict = self.cut_disk(entries)
         self.check_file_system(where)
