@@ -32,16 +32,22 @@ std::vector<std::string> lines_of(std::istream& stream) {
   return lines;
 }
 
-// Where the scripts find the examples. An emulated example cannot be started as it is: there a script
-// stands in its place, and the modem simulator, which is none, beside them as in the build tree.
+// In place of an emulated example, which cannot be started as it is. The process has the name of the
+// example: there is one that looks for it.
+constexpr char kStartEmulated[] = R"sh(#!/bin/sh
+name=${0##*/}
+ln -sf "$(command -v "${VEXA_EMULATOR%% *}")" "/tmp/emulated/$name"
+exec "/tmp/emulated/$name" ${VEXA_EMULATOR#* } ")sh" EXAMPLES R"sh(/$name" "$@"
+)sh";
+
+// Where the scripts find the examples, and the modem simulator in the directory above.
 std::string examples_directory() {
   if (!vexa_test::is_emulated()) return EXAMPLES;
   namespace fs = std::filesystem;
   const fs::path directory = "/tmp/emulated/examples";
   fs::create_directories(directory);
   for (const std::string& name : example_names()) {
-    std::ofstream(directory / name) << "#!/bin/sh\nexec " << vexa_test::emulator() << " " EXAMPLES "/" << name
-                                    << " \"$@\"\n";
+    std::ofstream(directory / name) << kStartEmulated;
     fs::permissions(directory / name, fs::perms::owner_all);
   }
   fs::create_symlink(EXAMPLES "/../modem_simulator", directory / "../modem_simulator");

@@ -42,9 +42,9 @@ Names listed_names() {
   return names;
 }
 
-Names built_names() {
+Names built_names(const char* library = LIBRARY) {
   Names names;
-  std::istringstream lines(output_of(std::string(NM) + " -D --defined-only " + LIBRARY));
+  std::istringstream lines(output_of(std::string(NM) + " -D --defined-only " + library));
   for (std::string line; std::getline(lines, line);) names.insert(line.substr(line.rfind(' ') + 1));
   return names;
 }
@@ -103,6 +103,12 @@ std::vector<std::string> dynamic_entries(const std::string& kind) {
 TEST(Exports, LibraryExportsExactlyTheListedNames) {
   EXPECT_THAT(built_names(), ::testing::ContainerEq(listed_names()));
 }
+
+#ifdef OWN_TIMES_LIBRARY
+TEST(Exports, AreTheSameWithTimesAsWideAsALong) {
+  EXPECT_THAT(built_names(OWN_TIMES_LIBRARY), ::testing::ContainerEq(built_names()));
+}
+#endif
 
 TEST(Exports, HeadersDeclareExactlyTheListedNames) {
   EXPECT_THAT(declared_names(), ::testing::ContainerEq(listed_names()));
