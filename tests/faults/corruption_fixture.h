@@ -22,12 +22,14 @@
 
 namespace vexa_test {
 
-// Instrumented code is several times slower.
+// Instrumented code is several times slower, and emulated code as well.
+inline unsigned slower() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr unsigned kSlower = 4;
+  return 4;
 #else
-inline constexpr unsigned kSlower = 1;
+  return is_emulated() ? kOneOfEmulated : 1;
 #endif
+}
 
 class Corruption : public StorageTest {
  protected:
@@ -87,8 +89,8 @@ class Corruption : public StorageTest {
     if (damages.size() != 1 || damages.front().first != kFactory) try_one(false, damages);
   }
 
-  // Of a long list, instrumented code tries each fourth.
-  bool leaves_out() { return next_++ % kSlower != 0; }
+  // Of a long list, instrumented and emulated code tries each fourth.
+  bool leaves_out() { return next_++ % slower() != 0; }
 
   // A failing library would fail in thousands of cases: the first few tell.
   bool goes_on() const { return count_.failed < 5; }

@@ -58,7 +58,7 @@ class CorruptionOf : public Corruption, public ::testing::WithParamInterface<std
 
 TEST_P(CorruptionOf, ByABitFlippedInAByte) {
   std::mt19937 random = seeded();
-  const auto stride = static_cast<std::size_t>(how_many("VEXA_CORRUPTION_STRIDE", 409 * kSlower, 1));
+  const auto stride = static_cast<std::size_t>(how_many("VEXA_CORRUPTION_STRIDE", 409 * slower(), 1));
   for (std::size_t offset = random() % stride; offset < size_of(file()) && goes_on(); offset += stride) {
     const bool factory_copy = file() == kFactory || random() % 2 == 0;
     try_one(factory_copy, {{file(), flipped_bit(offset, random() % 8)}});
@@ -87,7 +87,7 @@ TEST_P(CorruptionOf, AndOfAnotherFileByOverwrittenPages) {
   }
   std::mt19937 random = seeded();
   std::shuffle(pairs.begin(), pairs.end(), random);
-  const std::uint64_t most = how_many("VEXA_CORRUPTION_PAIRS", 40 / kSlower, pairs.size());
+  const std::uint64_t most = how_many("VEXA_CORRUPTION_PAIRS", 40 / slower(), pairs.size());
   if (most < pairs.size()) pairs.resize(static_cast<std::size_t>(most));
   for (const auto& pair : pairs) {
     if (goes_on()) try_one(random() % 2 == 0 || pair.back().first == kFactory, pair);
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(Each, CorruptionOf, ::testing::Range(std::size_t{0}, kF
 
 TEST_F(Corruption, OfOneFileAtRandom) {
   std::mt19937 random = seeded();
-  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 10000);
+  const auto count = how_many("VEXA_CORRUPTIONS", 160 / slower(), 10000);
   for (unsigned i = 0; i < count && goes_on(); ++i) {
     const std::string& path = kFiles[i % 5 < 3 ? random() % 2 : 2 + random() % 3];
     try_one(path == kFactory || random() % 2 == 0, {{path, random_damage(random)}});
@@ -112,7 +112,7 @@ TEST_F(Corruption, OfOneFileAtRandom) {
 
 TEST_F(Corruption, OfTwoFilesAtRandom) {
   std::mt19937 random = seeded();
-  const auto count = how_many("VEXA_CORRUPTIONS", 160 / kSlower, 10000);
+  const auto count = how_many("VEXA_CORRUPTIONS", 160 / slower(), 10000);
   for (unsigned i = 0; i < count && goes_on(); ++i) {
     const std::size_t first = random() % kFiles.size();
     const std::size_t second = (first + 1 + random() % (kFiles.size() - 1)) % kFiles.size();

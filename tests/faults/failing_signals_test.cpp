@@ -27,7 +27,7 @@ TEST_P(SignalsDuring, ChangeNoAnswer) {
   FaultRun<Signals> run(operation, "failing call");
   run.places();
   std::uint64_t signals = 0;
-  const std::uint64_t rounds = how_many("VEXA_FAULT_STORMS", 2, 40);
+  const std::uint64_t rounds = how_many_cases("VEXA_FAULT_STORMS", 2, 40);
   for (std::uint64_t round = 0; round < rounds && run.goes_on(); ++round) {
     run.attempt_unfailing({20 + 37 * (round % 8), 1, EINTR});
     signals += g_report->seen;

@@ -113,7 +113,7 @@ class StorageOf : public StorageTest, public ::testing::WithParamInterface<Opera
     FaultRun<FullStorage> run(GetParam(), kKind);
     run.places();
     const std::uint64_t steps = 96 * 1024 / block;
-    const std::uint64_t levels = how_many("VEXA_FAULT_FILLINGS", 6, steps);
+    const std::uint64_t levels = how_many_cases("VEXA_FAULT_FILLINGS", 6, steps);
     for (std::uint64_t level = 0; level <= levels && run.goes_on(); ++level) {
       run.attempt({1 + level * steps / levels * block, 1, ENOSPC});
     }

@@ -54,7 +54,7 @@ inline std::uint64_t cases_wanted(std::uint64_t everyday) {
 #if !VEXA_TEST_OWN_ALLOC
   everyday /= 2;
 #endif
-  return how_many("VEXA_FAULT_CASES", everyday, UINT64_MAX);
+  return how_many_cases("VEXA_FAULT_CASES", everyday, UINT64_MAX);
 }
 
 template <typename Injector>

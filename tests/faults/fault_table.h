@@ -19,6 +19,8 @@
 #include <map>
 #include <string>
 
+#include "support/emulated.h"
+
 namespace vexa_test {
 
 inline bool is_long_form() {
@@ -30,6 +32,16 @@ inline std::uint64_t how_many(const char* variable, std::uint64_t everyday, std:
   const char* const text = std::getenv(variable);
   if (text != nullptr) return std::strtoull(text, nullptr, 10);
   return is_long_form() ? long_form : everyday;
+}
+
+// Emulated code is some ten times slower: of the everyday run's cases it tries each fourth, and what
+// goes by strides takes those of instrumented code. The native run, on the same sources, tries all.
+constexpr unsigned kOneOfEmulated = 4;
+
+// For a number of cases: so many of them everyday.
+inline std::uint64_t how_many_cases(const char* variable, std::uint64_t everyday, std::uint64_t long_form) {
+  if (is_emulated()) everyday = everyday > kOneOfEmulated ? everyday / kOneOfEmulated : 1;
+  return how_many(variable, everyday, long_form);
 }
 
 // What one test has tried.

@@ -30,9 +30,10 @@ using ::testing::AnyOf;
 using ::testing::Contains;
 
 constexpr int kMostCalls = 5000;  // an operation that makes more of them than this does not end
-// Instrumented code is several times slower; every call is the business of the plain builds.
+// Instrumented and emulated code is several times slower; every call is the business of the plain builds.
+constexpr std::uint64_t kEveryCallOfSlow = 7;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::uint64_t kEveryCall = 7;
+constexpr std::uint64_t kEveryCall = kEveryCallOfSlow;
 constexpr std::uint64_t kTwice = 40;
 #else
 constexpr std::uint64_t kEveryCall = 1;
@@ -130,7 +131,8 @@ class KillAtEveryCall : public StorageTest {
   void kill_everywhere(const std::function<void()>& body, const std::function<void()>& check,
                        Kill kill = Kill::kProcess, KillBy by = best_killer()) {
     const SavedFiles before = SavedFiles::take();
-    const auto stride = static_cast<int>(how_many("VEXA_KILL_STRIDE", kEveryCall, 1));
+    const auto stride =
+        static_cast<int>(how_many("VEXA_KILL_STRIDE", is_emulated() ? kEveryCallOfSlow : kEveryCall, 1));
     FaultCount count{.kind = "kill"};
     std::map<std::string, int> killed_at;
     for (int call = 1; !HasFailure(); call += stride) {
@@ -391,7 +393,7 @@ TEST_F(KillAtEveryCall, OfAWriteAndThenOfTheNextOne) {
   const auto seed = static_cast<unsigned>(how_many("VEXA_KILL_SEED", 2026, 2026));
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
-  const std::uint64_t pairs = how_many("VEXA_KILL_TWICE", kTwice, 10000);
+  const std::uint64_t pairs = how_many_cases("VEXA_KILL_TWICE", kTwice, 10000);
   FaultCount count{.kind = "second kill"};
   for (std::uint64_t pair = 0; pair < pairs && !HasFailure(); ++pair) {
     before.put_back();

@@ -107,7 +107,7 @@ class Overtaking : public StorageTest {
   // "end" when its fault did not come.
   void everywhere(const std::function<void(std::uint64_t place)>& body) {
     FaultCount count{.kind = "fault between writers"};
-    for (std::uint64_t place = 1; !HasFailure(); place += how_many("VEXA_OVERTAKING", kEvery, 1)) {
+    for (std::uint64_t place = 1; !HasFailure(); place += how_many("VEXA_OVERTAKING", step(), 1)) {
       SCOPED_TRACE("place " + std::to_string(place));
       files_.put_back();
       const QuickResult result = run_quickly([&] { body(place); });
@@ -120,11 +120,13 @@ class Overtaking : public StorageTest {
     report(count);
   }
 
+  static std::uint64_t step() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  static constexpr std::uint64_t kEvery = 11;
+    return 11;
 #else
-  static constexpr std::uint64_t kEvery = 3;
+    return is_emulated() ? 11 : 3;
 #endif
+  }
   SavedFiles files_;
 };
 

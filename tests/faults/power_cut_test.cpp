@@ -50,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(All, PowerCutDuring, ::testing::ValuesIn(scenarios()),
                          [](const auto& scenario) { return scenario.param.name; });
 
 TEST_P(PowerCutDuring, LosesNothingThatWasAcknowledged) {
-  const auto limit = static_cast<std::size_t>(how_many("VEXA_POWER_CUT_IMAGES", 160, 0));
+  const auto limit = static_cast<std::size_t>(how_many_cases("VEXA_POWER_CUT_IMAGES", 160, 0));
   Tally tally;
   tally.count.kind = GetParam().kind;
   each_stage(GetParam(), [&](const Stage& stage, std::size_t stages) {
@@ -63,7 +63,7 @@ TEST_P(PowerCutDuring, LosesNothingThatWasAcknowledged) {
 
 // Start, first reads and first write after the cut.
 TEST_P(PowerCutDuring, LosesNothingWhenTheRecoveryIsCutAsWell) {
-  const auto limit = static_cast<std::size_t>(how_many("VEXA_POWER_CUT_SECOND", 40, 2400));
+  const auto limit = static_cast<std::size_t>(how_many_cases("VEXA_POWER_CUT_SECOND", 40, 2400));
   const std::size_t of_one = is_long_form() ? 40 : 10;
   Tally bases;
   Tally tally;

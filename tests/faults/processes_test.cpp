@@ -294,7 +294,7 @@ TEST_F(Processes, KilledAtAnyMomentLoseNothingThatWasAcknowledged) {
   GTEST_SKIP() << "one thread each: nothing for this sanitizer, and thousands of its processes";
 #endif
   const auto seed = static_cast<unsigned>(how_many("VEXA_PROCESSES_SEED", 20, 20));
-  const std::uint64_t rounds = how_many("VEXA_PROCESSES_ROUNDS", kEveryday, 3000);
+  const std::uint64_t rounds = how_many_cases("VEXA_PROCESSES_ROUNDS", kEveryday, 3000);
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
   FaultCount count;

@@ -82,7 +82,7 @@ class Threads : public StorageTest {
 
 TEST_F(Threads, ThatUseEverythingAtTheSameMomentFindWhatWasAcknowledged) {
   const auto seed = static_cast<unsigned>(how_many("VEXA_THREADS_SEED", 21, 21));
-  const std::uint64_t operations = how_many("VEXA_THREADS_OPERATIONS", kEveryday, 200'000);
+  const std::uint64_t operations = how_many_cases("VEXA_THREADS_OPERATIONS", kEveryday, 200'000);
   std::printf("seed %u\n", seed);
   std::mt19937 random(seed);
   FaultCount count;
@@ -141,7 +141,7 @@ TEST_F(Threads, ThatWriteOneItemLeaveTheSameInCacheAndFile) {
   constexpr unsigned kWrites = 5;
   FaultCount count;
   count.kind = "several threads";
-  const std::uint64_t rounds = how_many("VEXA_THREADS_ROUNDS", 20, 500);
+  const std::uint64_t rounds = how_many_cases("VEXA_THREADS_ROUNDS", 20, 500);
   for (std::uint64_t round = 0; round < rounds && !HasFailure(); ++round) {
     const auto first = static_cast<Number>(round * kThreads * kWrites);
     const QuickResult result = run_quickly([&] { write_together(kThreads, kWrites, first); }, kMostSeconds);
