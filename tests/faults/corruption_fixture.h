@@ -92,6 +92,9 @@ class Corruption : public StorageTest {
   // Of a long list, instrumented and emulated code tries each fourth.
   bool leaves_out() { return next_++ % slower() != 0; }
 
+  // Of a short list, instrumented code tries all.
+  bool leaves_out_emulated() { return is_emulated() && leaves_out(); }
+
   // A failing library would fail in thousands of cases: the first few tell.
   bool goes_on() const { return count_.failed < 5; }
 

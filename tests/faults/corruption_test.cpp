@@ -23,7 +23,9 @@ TEST_F(Corruption, OfNoFileLosesNothing) {
 
 TEST_F(Corruption, BySomethingElseInPlaceOfAFile) {
   for (const std::string& path : kFiles) {
-    for (const Damage& damage : replacements()) try_both_ways({{path, damage}});
+    for (const Damage& damage : replacements()) {
+      if (!leaves_out_emulated()) try_both_ways({{path, damage}});
+    }
   }
 }
 
@@ -44,7 +46,9 @@ TEST_F(Corruption, ByALinkToAnotherDatabase) {
 TEST_F(Corruption, ByCuttingAFileAtAnyPage) {
   for (const std::string& path : kFiles) {
     for (std::size_t size = 0; size < size_of(path); size += kPage) {
-      for (const std::size_t odd : {0u, 1u, 511u}) try_one(path == kFactory, {{path, cut_to(size + odd)}});
+      for (const std::size_t odd : {0u, 1u, 511u}) {
+        if (!leaves_out_emulated()) try_one(path == kFactory, {{path, cut_to(size + odd)}});
+      }
     }
   }
 }

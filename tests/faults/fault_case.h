@@ -92,7 +92,7 @@ class FaultRun {
 
   // Each step-th place, and all where the library itself acts and not SQLite.
   bool is_chosen(std::uint64_t place, std::uint64_t step) const {
-    return (place - 1) % step == 0 || is_own(place);
+    return (place - 1) % step == 0 || (is_own(place) && !(is_emulated() && place % kOneOfEmulated != 0));
   }
   bool is_own(std::uint64_t place) const {
     return operation_.thorough && place <= own_.size() && own_[static_cast<std::size_t>(place - 1)];
