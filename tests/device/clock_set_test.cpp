@@ -63,7 +63,8 @@ TEST_P(ClockSet, AWaitForASemaphoreEndsOnTime) {
   set_clock_soon();
   EXPECT_EQ(vexa_cmn_sem_timedwait(&sem, &timeout), 2U);
   expect_two_seconds(steady_clock::now() - begin);
-  EXPECT_NEAR(static_cast<double>(wall() - before), static_cast<double>(GetParam()), 10) << "the clock was not set";
+  EXPECT_NEAR(static_cast<double>(wall() - before), static_cast<double>(GetParam()), 10)
+      << "the clock was not set";
   vexa_cmn_sem_deinit(&sem);
 }
 

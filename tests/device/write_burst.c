@@ -33,12 +33,12 @@ static uint32_t scatter(uint32_t number) {
 }
 
 // The value of this number for an item; returns its length.
-static int32_t make_value(int item, uint32_t number, uint8_t *value) {
+static int32_t make_value(int item, uint32_t number, uint8_t* value) {
   if (items[item].type == VEXA_DM_U32) {
     memcpy(value, &number, sizeof number);
     return sizeof number;
   }
-  char *const text = (char *)value;
+  char* const text = (char*)value;
   int32_t length = snprintf(text, kLongest, "%u:", number);
   if (number == 0) return length;
   for (uint32_t more = scatter(number) % 900; more > 0; --more) {
@@ -48,7 +48,7 @@ static int32_t make_value(int item, uint32_t number, uint8_t *value) {
   return length;
 }
 
-static void say_value(struct vexa_dm_handle *store, int item) {
+static void say_value(struct vexa_dm_handle* store, int item) {
   static uint8_t found[kLongest + 1];
   static uint8_t made[kLongest + 1];
   memset(found, 0, sizeof found);
@@ -57,12 +57,12 @@ static void say_value(struct vexa_dm_handle *store, int item) {
   if (items[item].type == VEXA_DM_U32) {
     memcpy(&number, found, sizeof number);
   } else {
-    number = (uint32_t)strtoul((const char *)found, NULL, 10);
+    number = (uint32_t)strtoul((const char*)found, NULL, 10);
   }
   if (length == make_value(item, number, made) && memcmp(found, made, (size_t)length) == 0) {
     printf("burst: value %d %u\n", item, number);
   } else {
-    printf("burst: value %d broken: result %d, %s\n", item, length, (const char *)found);
+    printf("burst: value %d broken: result %d, %s\n", item, length, (const char*)found);
   }
 }
 
@@ -76,13 +76,13 @@ static void say_health(void) {
 static void write_noise(uint32_t number) {
   static char noise[16384];
   memset(noise, 'a' + (int)(number % 26), sizeof noise);
-  FILE *const file = fopen("/data/noise", number % 64 == 0 ? "we" : "ae");
+  FILE* const file = fopen("/data/noise", number % 64 == 0 ? "we" : "ae");
   if (file == NULL) return;
   fwrite(noise, 1, sizeof noise, file);
   fclose(file);
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char** argv) {
   if (argc != 3) {
     fputs("usage: write_burst FIRST SEED\n", stderr);
     return 2;
@@ -90,7 +90,7 @@ int main(int argc, char **argv) {
   // The host must know of an acknowledgement before the next write begins.
   setvbuf(stdout, NULL, _IOLBF, 0);
   vexa_set_log_level(4);
-  struct vexa_dm_handle *const store = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+  struct vexa_dm_handle* const store = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
   if (store == NULL || vexa_dm_reg_def_items(items) != 0) return 1;
   for (int item = 0; item < kItems; ++item) say_value(store, item);
   say_health();
