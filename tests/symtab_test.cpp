@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "support/child.h"
+#include "support/failing_calloc.h"
 
 namespace {
 
@@ -601,12 +602,12 @@ TEST_F(WithoutMemory, TableThatDoesNotFitLeavesItsHandleFree) {
 }
 
 TEST_F(WithoutMemory, EntryThatDoesNotFitLeavesItsSlotFree) {
+  VEXA_NEEDS_OWN_CALLOC();
   const ChildResult child = run_in_child([] {
     void** array = nullptr;
     int32_t bound = 0;
     take(&array);
-    const rlimit small = {std::size_t{1} << 30, std::size_t{1} << 30};
-    setrlimit(RLIMIT_AS, &small);
+    const vexa_test::FailingCalloc none(INT32_MAX);
     EXPECT_EQ(hAllocEntry(&array, &bound, INT32_MAX), -1);
     EXPECT_EQ(used(array), 1);
     EXPECT_EQ(bound, 0);
