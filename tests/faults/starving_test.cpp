@@ -27,7 +27,9 @@ TEST_P(StarvingOf, IsAnsweredWithTheCodeAndLosesNothing) {
     run.attempt({place, 1, ENOMEM});
     run.attempt({place, kFromThereOn, ENOMEM});
   }
-  EXPECT_TRUE(run.aborted() > 0 || *operation.assertion == '\0' || !operation.thorough) << "the assertion";
+  // A thinned run may pass over the one allocation that has it.
+  const bool tried_all_of_its_own = operation.thorough && !is_emulated();
+  EXPECT_TRUE(run.aborted() > 0 || *operation.assertion == '\0' || !tried_all_of_its_own) << "the assertion";
   std::printf("%s: %llu allocations\n", operation.name, static_cast<unsigned long long>(places));
 }
 
