@@ -51,8 +51,7 @@ same_bytes() {
   local copies=("$place/one" "$place/another one/with a longer name")
   for copy in "${copies[@]}"; do
     mkdir -p "$copy/build"
-    (cd "$source" && tar -c include vexa-app-* cmake tests/exported_names.txt CMakeLists.txt CMakePresets.json LICENSE) |
-      tar -x -C "$copy"
+    tar -C "$source" -c --exclude=./build --exclude=./.git . | tar -x -C "$copy"
     [ ! -d "$source/build/armhf-sysroot" ] || ln -s "$source/build/armhf-sysroot" "$copy/build/armhf-sysroot"
     (cd "$copy" && build_library cmake --preset "$preset" > log 2>&1 &&
       nice cmake --build "build/$preset" --target vexadm >> log 2>&1) || { cat "$copy/log" >&2; exit 1; }
