@@ -42,7 +42,11 @@ class Cuts:
         # What each item may hold: the last acknowledged value, and any that was being written at a cut
         # since then (docs/caveats.md: a write that was not acknowledged may come back later).
         self.allowed = [{0} for _ in range(ITEMS)]
-        self.said = []  # by this start: ("writing" or "written", item, number, operations in the log by then)
+        # By this start:
+        self.said = []  # ("writing" or "written", item, number, operations in the log by then)
+        self.health = []  # (code of the primary, of the backup), before and behind the first write
+        self.held = []  # the items whose values were said
+        self.checked = False  # all of that was said, and the burst begins
         self.in_flight = set()
         self.failures = []
         self.counts = dict.fromkeys(
@@ -57,6 +61,8 @@ class Cuts:
             said = self.boot_and_cut(number)
             print(f"device: cut {number}: {said}", flush=True)
         self.boot_and_cut(None)
+        if not self.counts["acknowledged writes"]:
+            self.fail("no write was acknowledged before a cut, so that none could be lost: more rounds?")
         for name, count in self.counts.items():
             print(f"device:   {name}: {count}")
         return self.failures
@@ -96,9 +102,8 @@ class Cuts:
         drive = (f"driver=blklogwrites,file.driver=raw,file.file.driver=file,file.file.filename={self.data},"
                  f"log.driver=file,log.filename={self.log},cache=writeback")
         log_end = LogEnd(self.log)
-        self.said = []
+        self.said, self.health, self.held, self.checked = [], [], [], False
         with Machine("cuts", self.initramfs, {"data": drive}, first=self.number, seed=self.seed) as machine:
-            self.health = []
             try:
                 for line in machine.lines(BOOT_SECONDS):
                     self.hear(line, where, log_end)
@@ -117,6 +122,7 @@ class Cuts:
             machine.kill()
             for line in machine.lines(5):  # said before the cut, so it counts
                 self.hear(line, where, log_end)
+        self.judge_completeness(where)
         self.judge_health(where)
         entries = list(self.entries())
         writes = [at for at, (flags, _, _) in enumerate(entries) if not flags & FLUSH]
@@ -131,18 +137,39 @@ class Cuts:
     # --- what the device says -------------------------------------------------------
 
     def hear(self, line, where, log_end):
-        word = re.fullmatch(r"burst: (\w+) (\d+) (.*)", line)
-        if line.startswith("burst: health "):
-            self.health.append(tuple(int(code) for code in line.split()[2:]))
-        elif not word:
+        """A line of the burst that is not understood fails: a check that was not made is none."""
+        if "burst: " not in line:
             return
-        elif word[1] == "value":
-            self.check_value(int(word[2]), word[3], where)
-        elif word[1] in ("writing", "written"):
-            self.said.append((word[1], int(word[2]), int(word[3]), log_end.operations()))
-            self.number = int(word[3]) + 1
+        if line == "burst: checked":
+            self.checked = True
+        elif health := re.fullmatch(r"burst: health (-?\d+) (-?\d+)", line):
+            self.health.append((int(health[1]), int(health[2])))
+        elif (value := re.fullmatch(r"burst: value (\d+) (.*)", line)) and int(value[1]) < ITEMS:
+            self.held.append(int(value[1]))
+            self.check_value(int(value[1]), value[2], where)
+        elif (write := re.fullmatch(r"burst: (writing|written) (\d+) (\d+)", line)) and int(write[2]) < ITEMS:
+            # The numbers count up, one "written" for each "writing" but the last.
+            what, item, number = write[1], int(write[2]), int(write[3])
+            begun = ("writing", item, number)
+            if what == "writing" and number == self.number or what == "written" and self.said[-1:] and \
+                    self.said[-1][:3] == begun:
+                self.said.append((what, item, number, log_end.operations()))
+                self.number = number + 1
+            else:
+                self.fail(f"{where}: out of turn: {line}")
         else:
             self.fail(f"{where}: {line}")
+
+    def judge_completeness(self, where):
+        """That everything was said that a start of the device has to say by the time of its cut."""
+        begun = sum(what == "writing" for what, *_ in self.said)
+        if begun and not self.checked:
+            self.fail(f"{where}: a write without the checks before it")
+        if self.checked and sorted(self.held) != list(range(ITEMS)):
+            self.fail(f"{where}: the values of the items {sorted(self.held)} were said, and not one of each")
+        # The second follows the first write, and is said by the time that the next one begins.
+        if len(self.health) < self.checked + (begun > 1):
+            self.fail(f"{where}: health was said {len(self.health)} times, with {begun} writes begun")
 
     def settle(self, operations):
         """What the items may hold after a cut behind so many operations of the disk."""
