@@ -114,6 +114,23 @@ TEST(Exports, HeadersDeclareExactlyTheListedNames) {
   EXPECT_THAT(declared_names(), ::testing::ContainerEq(listed_names()));
 }
 
+// Library and host need not agree on the width of times and file offsets (_TIME_BITS, _FILE_OFFSET_BITS)
+// on a 32-bit machine. A function that hands over one of these would keep its name and still mistake
+// what it is given, so that comparing names does not find it. vexa_cmn_timeval is a record of two longs.
+TEST(Headers, HandOverNoTimesAndFileOffsetsOfTheCLibrary) {
+  const std::regex of_the_c_library(R"(\b(time_t|suseconds_t|off_t|off64_t|ino_t|blkcnt_t|timespec|timeval)"
+                                    R"(|itimerspec|itimerval|rlimit|rusage|dirent|struct\s+stat)\b)");
+  int headers = 0;
+  for (const auto& header : std::filesystem::directory_iterator(HEADERS)) {
+    const std::string text = without_comments(text_of(header.path()));
+    ++headers;
+    for (std::sregex_iterator found(text.begin(), text.end(), of_the_c_library), end; found != end; ++found) {
+      ADD_FAILURE() << header.path() << " has " << found->str();
+    }
+  }
+  EXPECT_GT(headers, 20);
+}
+
 TEST(Linkage, OnlyTheCLibraryAndSqliteAreNeeded) {
 #ifdef __arm__
   // The stack protector's secret is the loader's there.
