@@ -17,8 +17,9 @@ if(NOT VEXADM_CALLER_FLAGS MATCHES "_FORTIFY_SOURCE"
 endif()
 
 # The same bytes from any folder. Not for daily work, where a debugger shall find the sources. Of two
-# maps that fit the later counts.
-if(NOT VEXADM_CONFIG STREQUAL "DEBUG")
+# maps that fit the later counts, so these would win over those of an image's builder, whose debug
+# symbols shall name the folder in which he keeps the sources.
+if(NOT VEXADM_CONFIG STREQUAL "DEBUG" AND NOT VEXADM_CALLER_FLAGS MATCHES " -f(file|debug|macro)-prefix-map=")
   target_compile_options(vexadm PRIVATE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=./build)
 endif()

@@ -85,9 +85,20 @@ caller_flags() {
   expect "CXXFLAGS are not honoured" ' -O1 -fstack-protector-all ' "$flags"
   reject "another optimisation than the caller's" ' -O[0s23] ' "$flags"
   reject "another stack protector than the caller's" 'stack-protector-strong' "$flags"
+  expect "no map of this folder" ' .?-ffile-prefix-map=.*=\."? ' "$flags"
   # Warnings are errors here: a macro that is defined twice would not pass.
   nice cmake --build "$place" --target vexadm > "$place/log" 2>&1 || { cat "$place/log" >&2; exit 1; }
   expect "LDFLAGS are not honoured" 'NOOPEN' "$(readelf -dW "$place/libvexadm.so")"
+
+  # The folder that an image's builder gives the sources stands.
+  local map
+  for map in file debug macro; do
+    rm -rf "$place/mapped"
+    CXXFLAGS="-O2 -f$map-prefix-map=$source=/usr/src/debug/vexadm" CFLAGS=-O2 \
+      build_library cmake -S "$source" -B "$place/mapped" -G Ninja -DCMAKE_BUILD_TYPE=None > "$place/log" 2>&1 ||
+      { cat "$place/log" >&2; exit 1; }
+    reject "a map beside the caller's -f$map-prefix-map" 'prefix-map=.*=\."? ' "$(flags_of "$place/mapped")"
+  done
 }
 
 "$@"
