@@ -25,6 +25,15 @@ install(CODE "
     COMMAND_ERROR_IS_FATAL ANY)" COMPONENT development)
 install(FILES ${PROJECT_BINARY_DIR}/vexadm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# CMake's list of what it installed is root's after an installation by sudo, and the next one by the
+# build's own user would end in an error: CMake can remove that file, but not write it.
+install(CODE "
+  if(CMAKE_INSTALL_COMPONENT)
+    file(REMOVE \"${PROJECT_BINARY_DIR}/install_manifest_\${CMAKE_INSTALL_COMPONENT}.txt\")
+  else()
+    file(REMOVE \"${PROJECT_BINARY_DIR}/install_manifest.txt\")
+  endif()" ALL_COMPONENTS)
+
 if(VEXADM_DEBIAN)
   include(cmake/package.cmake)
 else()
