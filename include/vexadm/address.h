@@ -73,7 +73,10 @@ VEXA_API int32_t ConvertIPv6NumToStr(const uint8_t ip[16], char *out, uint32_t o
  */
 VEXA_API int32_t hex_BinaryToString(const uint8_t *bin, uint32_t n, char *out, uint32_t out_size);
 
-/** @return '0' to '9' or 'A' to 'F' for a number of 0 to 15; 0 for any other */
+/**
+ * @param nibble  a number
+ * @return '0' to '9' or 'A' to 'F' for a number of 0 to 15; 0 for any other
+ */
 VEXA_API char DecToHex(uint32_t nibble);
 
 /**
@@ -95,7 +98,11 @@ VEXA_API uint32_t htoi(const char *text);
  */
 VEXA_API uint32_t vexa_check_v4_ip(const char *text);
 
-/** Another name of vexa_check_v4_ip(). @return 1 or 0 */
+/**
+ * Another name of vexa_check_v4_ip().
+ * @param text  text or NULL
+ * @return 1 or 0
+ */
 VEXA_API uint32_t is_valid_ip(const char *text);
 
 /**

@@ -49,6 +49,8 @@ VEXA_API vexa_clk_time *vexa_clk_GetAbsoluteTime(vexa_clk_time *out);
  * 1000000 or more in both a and b the sum keeps more than 999999.
  *
  * @param out  receives the sum, which wraps around 32 bits; may be a or b
+ * @param a    a time
+ * @param b    a time
  * @return out
  */
 VEXA_API vexa_clk_time *vexa_clk_Add(vexa_clk_time *out, const vexa_clk_time *a, const vexa_clk_time *b);
@@ -82,14 +84,14 @@ VEXA_API int32_t get_days(const char *date1, const char *date2);
 
 /** Date and time, of the Gregorian calendar. */
 typedef struct vexa_mytime {
-  uint16_t year;
-  uint8_t month;  /**< 1 to 12 */
-  uint8_t day;    /**< 1 to 31 */
-  uint8_t hour;   /**< 0 to 23 */
-  uint8_t minute; /**< 0 to 59 */
-  uint8_t second; /**< 0 to 59; leap seconds are not counted */
-  uint16_t milliseconds;
-  uint8_t weekday; /**< 0 to 6, 0 is Sunday */
+  uint16_t year;         /**< 1970 and later */
+  uint8_t month;         /**< 1 to 12 */
+  uint8_t day;           /**< 1 to 31 */
+  uint8_t hour;          /**< 0 to 23 */
+  uint8_t minute;        /**< 0 to 59 */
+  uint8_t second;        /**< 0 to 59; leap seconds are not counted */
+  uint16_t milliseconds; /**< 0 to 999 */
+  uint8_t weekday;       /**< 0 to 6, 0 is Sunday */
 } vexa_mytime;
 
 /**

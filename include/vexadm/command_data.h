@@ -27,7 +27,7 @@ VEXA_BEGIN_DECLS
 /** A record of a command queue. */
 typedef struct vexa_cmd_q_data {
   int32_t cmd_type; /**< see the table above */
-  void *payload;
+  void *payload;    /**< of the size that the type asks for; NULL: none */
 } vexa_cmd_q_data;
 
 /** Bytes of the payload of types 0 and 4. */
@@ -35,10 +35,10 @@ typedef struct vexa_cmd_q_data {
 
 /** How the payload of types 0 and 4 begins; the bytes behind it are the framework's. */
 typedef struct vexa_cmd_q_list {
-  char *text;        /**< owned, or NULL */
-  char *second_text; /**< owned, or NULL */
-  char **entries;    /**< owned, or NULL: an array of entry_count owned texts, any of them NULL */
-  uint32_t entry_count;
+  char *text;           /**< owned, or NULL */
+  char *second_text;    /**< owned, or NULL */
+  char **entries;       /**< owned, or NULL: an array of entry_count owned texts, any of them NULL */
+  uint32_t entry_count; /**< texts in entries */
 } vexa_cmd_q_list;
 
 /** Bytes of the payload of type 5. */

@@ -85,6 +85,7 @@ VEXA_API struct vexa_dm_handle *vexa_dm_reg(uint32_t type);
 /**
  * Frees a handle and nothing else: items, cache and callback stay.
  *
+ * @param handle  from vexa_dm_reg(); not to be used any more
  * @return 0; -1 for a NULL handle
  * @note Logs nothing.
  */
@@ -112,7 +113,14 @@ VEXA_API void dm_pal_reg(uint32_t type, struct vexa_dm_backend_ops *slots);
  */
 VEXA_API const char *dm_pal_reg_store_area(uint32_t type, const char *first_dir, const char *second_dir);
 
-/** The same as dm_pal_reg_store_area(). */
+/**
+ * The same as dm_pal_reg_store_area().
+ *
+ * @param type        backend type
+ * @param first_dir   directory of the primary, ending in "/"; may be NULL
+ * @param second_dir  directory of the backup, ending in "/"; may be NULL
+ * @return as dm_pal_reg_store_area()
+ */
 VEXA_API const char *vexa_dm_reg_store_area(uint32_t type, const char *first_dir, const char *second_dir);
 
 /**
@@ -126,7 +134,12 @@ VEXA_API const char *vexa_dm_reg_store_area(uint32_t type, const char *first_dir
  */
 VEXA_API void dm_pal_check_db_version_match(uint32_t type, uint8_t *match);
 
-/** The same as dm_pal_check_db_version_match(). */
+/**
+ * The same as dm_pal_check_db_version_match().
+ *
+ * @param type   backend type
+ * @param match  receives 1 or 0, or stays as it was
+ */
 VEXA_API void vexa_dm_check_db_version_match(uint32_t type, uint8_t *match);
 
 /**

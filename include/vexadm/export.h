@@ -14,6 +14,12 @@
 
 #include <stdint.h>
 
+/**
+ * @def VEXA_BEGIN_DECLS
+ * Begins declarations of C linkage.
+ * @def VEXA_END_DECLS
+ * Ends them.
+ */
 #ifdef __cplusplus
 #define VEXA_BEGIN_DECLS extern "C" {
 #define VEXA_END_DECLS }

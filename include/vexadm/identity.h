@@ -77,7 +77,13 @@ VEXA_API int32_t get_project_para(char *dst);
  */
 VEXA_API int32_t vexa_get_project_name_cmdline(char *dst, int32_t len);
 
-/** The same for "oem.project". */
+/**
+ * The same for "oem.project".
+ *
+ * @param dst  as for vexa_get_project_name_cmdline()
+ * @param len  as for vexa_get_project_name_cmdline()
+ * @return as vexa_get_project_name_cmdline()
+ */
 VEXA_API int32_t vexa_get_project_name_cmdline_oem_version(char *dst, int32_t len);
 
 /* ---- Reachability -------------------------------------------------------- */

@@ -58,54 +58,79 @@ struct list_header {
 };
 typedef struct list_header list_header;
 
-/** Makes a list empty and creates its mutex. Forgets elements it held before; locks nothing. */
+/**
+ * Makes a list empty and creates its mutex. Forgets elements it held before; locks nothing.
+ * @param list  memory for a list; no other thread may use it meanwhile
+ */
 VEXA_API void list_init(list_header *list);
 
 /**
  * Ends the use of a list: destroys the mutex, zeroes head, tail, count and flag.
  * Elements are left as they are. The next call initialises the list again.
+ * @param list  the list
  * @note No other thread may use the list meanwhile.
  */
 VEXA_API void list_destroy(list_header *list);
 
 /**
  * Puts a link before all others.
+ * @param list  the list
+ * @param link  in no list
  * @note Where the tail is NULL (see list_merge()), the new link stands there.
  */
 VEXA_API void list_push_front(list_header *list, list_link *link);
 
-/** Removes the first link. @return it; NULL when the list is empty */
+/**
+ * Removes the first link.
+ * @param list  the list
+ * @return it; NULL when the list is empty
+ */
 VEXA_API list_link *list_pop_front(list_header *list);
 
-/** Puts a link behind all others. @note Walks where the tail is not the last link (see list_merge()). */
+/**
+ * Puts a link behind all others.
+ * @param list  the list
+ * @param link  in no list
+ * @note Walks where the tail is not the last link (see list_merge()).
+ */
 VEXA_API void list_push_back(list_header *list, list_link *link);
 
 /**
  * Removes the last link.
+ * @param list  the list
  * @return it; NULL when the list is empty
  * @note Walks the whole list to find the new last link.
  */
 VEXA_API list_link *list_pop_back(list_header *list);
 
-/** @return the number of elements */
+/**
+ * @param list  the list
+ * @return the number of elements
+ */
 VEXA_API uint32_t list_size(list_header *list);
 
-/** @return the first link, which stays in the list; NULL when the list is empty */
+/**
+ * @param list  the list
+ * @return the first link, which stays in the list; NULL when the list is empty
+ */
 VEXA_API list_link *list_peek_front(list_header *list);
 
 /**
+ * @param list  the list
  * @return the tail, which stays in the list: the last link, but see list_merge().
  *         NULL when the list is empty
  */
 VEXA_API list_link *list_peek_back(list_header *list);
 
 /**
+ * @param list  the list
  * @param link  a link of this list
  * @return the link after it; NULL at the end, and when the list is empty
  */
 VEXA_API list_link *list_peek_next(list_header *list, list_link *link);
 
 /**
+ * @param list  the list
  * @param link  any link
  * @return the link before it; NULL for the first link, for one that is not in the
  *         list, and when the list is empty
@@ -115,6 +140,7 @@ VEXA_API list_link *list_peek_prev(list_header *list, list_link *link);
 
 /**
  * Puts a link before another.
+ * @param list      the list
  * @param link      in no list
  * @param existing  a link of this list; where it is not in the list, nothing happens
  * @note Walks the list.
@@ -123,6 +149,7 @@ VEXA_API void list_push_before(list_header *list, list_link *link, list_link *ex
 
 /**
  * Puts a link behind another.
+ * @param list      the list
  * @param link      in no list
  * @param existing  a link of this list, which is not checked; an empty list stays empty
  */
@@ -130,6 +157,7 @@ VEXA_API void list_push_after(list_header *list, list_link *link, list_link *exi
 
 /**
  * Removes a link, wherever it is.
+ * @param list  the list
  * @param link  any link
  * @return link; NULL, and nothing removed, when it is not in the list
  * @note Walks the list.
@@ -138,6 +166,7 @@ VEXA_API list_link *list_pop_item(list_header *list, list_link *link);
 
 /**
  * Finds the first element that matches.
+ * @param list     the list
  * @param compare  called with (element, value), the lock held
  * @param value    handed to compare
  * @return its link, which stays in the list; NULL when nothing matches
@@ -206,6 +235,7 @@ typedef struct ordered_list_header ordered_list_header;
  * Makes an ordered list empty, creates its mutex, and says how it sorts.
  * Forgets elements it held before; locks nothing.
  *
+ * @param list      memory for an ordered list; no other thread may use it meanwhile
  * @param order     ORDERED_LIST_ASCENDING or ORDERED_LIST_DESCENDING
  * @param tie_rule  ORDERED_LIST_BEFORE_EQUALS or ORDERED_LIST_AFTER_EQUALS
  * @note Other values are stored as they are: the list then takes no element (see
@@ -218,12 +248,14 @@ VEXA_API void ordered_list_init(ordered_list_header *list, uint32_t order, uint3
  * Ends the use of an ordered list: destroys the mutex, zeroes head, count and
  * flag. Tail, mode and elements are left as they are. The next call initialises
  * the list again, as ascending with new elements before equal keys.
+ * @param list  the list
  * @note No other thread may use the list meanwhile.
  */
 VEXA_API void ordered_list_destroy(ordered_list_header *list);
 
 /**
  * Puts a link where its key belongs.
+ * @param list  the list
  * @param link  in no list
  * @param key   stored in the link
  * @note In a list of an undefined mode the key is stored and nothing else happens:
@@ -233,6 +265,7 @@ VEXA_API void ordered_list_push(ordered_list_header *list, ordered_list_link *li
 
 /**
  * Puts a link behind another, whatever its key.
+ * @param list      the list
  * @param link      in no list; its key stays
  * @param existing  a link of this list, which is not checked
  * @note Locks nothing: the caller holds list->lock, or the only reference.
@@ -240,27 +273,50 @@ VEXA_API void ordered_list_push(ordered_list_header *list, ordered_list_link *li
 VEXA_API void ordered_list_push_after(ordered_list_header *list, ordered_list_link *link,
                                       ordered_list_link *existing);
 
-/** As ordered_list_push_after(), but before the other link. */
+/**
+ * As ordered_list_push_after(), but before the other link.
+ * @param list      the list
+ * @param link      in no list; its key stays
+ * @param existing  a link of this list, which is not checked
+ */
 VEXA_API void ordered_list_push_before(ordered_list_header *list, ordered_list_link *link,
                                        ordered_list_link *existing);
 
-/** Removes the first link. @return it; NULL when the list is empty */
+/**
+ * Removes the first link.
+ * @param list  the list
+ * @return it; NULL when the list is empty
+ */
 VEXA_API ordered_list_link *ordered_list_pop_front(ordered_list_header *list);
 
-/** Removes the last link. @return it; NULL when the list is empty */
+/**
+ * Removes the last link.
+ * @param list  the list
+ * @return it; NULL when the list is empty
+ */
 VEXA_API ordered_list_link *ordered_list_pop_back(ordered_list_header *list);
 
-/** @return the number of elements */
+/**
+ * @param list  the list
+ * @return the number of elements
+ */
 VEXA_API uint32_t ordered_list_size(ordered_list_header *list);
 
-/** @return the first link, which stays in the list; NULL when the list is empty */
+/**
+ * @param list  the list
+ * @return the first link, which stays in the list; NULL when the list is empty
+ */
 VEXA_API ordered_list_link *ordered_list_peek_front(ordered_list_header *list);
 
-/** @return the last link, which stays in the list; NULL when the list is empty */
+/**
+ * @param list  the list
+ * @return the last link, which stays in the list; NULL when the list is empty
+ */
 VEXA_API ordered_list_link *ordered_list_peek_back(ordered_list_header *list);
 
 /**
  * Removes a link, wherever it is.
+ * @param list  the list
  * @param link  any link
  * @return link; NULL, and nothing removed, when it is not in the list
  * @note Walks the list: a link of another list must not unhinge both.
@@ -268,23 +324,34 @@ VEXA_API ordered_list_link *ordered_list_peek_back(ordered_list_header *list);
 VEXA_API ordered_list_link *ordered_list_pop_item(ordered_list_header *list, ordered_list_link *link);
 
 /**
+ * @param list  the list
  * @param link  a link of this list
  * @return the link after it; NULL at the end, and when the list is empty
  */
 VEXA_API ordered_list_link *ordered_list_peek_next(ordered_list_header *list, ordered_list_link *link);
 
 /**
+ * @param list  the list
  * @param link  a link of this list
  * @return the link before it; NULL at the front, and when the list is empty
  */
 VEXA_API ordered_list_link *ordered_list_peek_prev(ordered_list_header *list, ordered_list_link *link);
 
-/** As list_linear_search(). */
+/**
+ * As list_linear_search().
+ * @param list     the list
+ * @param compare  called with (element, value), the lock held
+ * @param value    handed to compare
+ * @return its link, which stays in the list; NULL when nothing matches
+ */
 VEXA_API ordered_list_link *ordered_list_linear_search(ordered_list_header *list, list_compare_fn compare,
                                                        const void *value);
 
 /**
  * Cuts an ordered list in two, as list_split().
+ * @param list    keeps the links before link
+ * @param link    a link of list; it and all behind it move
+ * @param second  receives them; should be empty
  * @note second takes over the mode of list too, by which its new elements are sorted.
  */
 VEXA_API void ordered_list_split(ordered_list_header *list, ordered_list_link *link,

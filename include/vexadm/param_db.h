@@ -103,18 +103,21 @@ VEXA_BEGIN_DECLS
  * parameter is left out as each function says.
  */
 enum vexa_db_type {
-  VEXA_DB_U8 = 0,
-  VEXA_DB_U8_ALT = 1,
-  VEXA_DB_U32 = 2,
-  VEXA_DB_U16 = 3,
-  VEXA_DB_U32_UNLOADED = 4,
-  VEXA_DB_64 = 5,
-  VEXA_DB_TEXT = 6,
-  VEXA_DB_U32_ALT = 7
+  VEXA_DB_U8 = 0,           /**< one byte */
+  VEXA_DB_U8_ALT = 1,       /**< one byte */
+  VEXA_DB_U32 = 2,          /**< 32 bits */
+  VEXA_DB_U16 = 3,          /**< 16 bits, which are never written */
+  VEXA_DB_U32_UNLOADED = 4, /**< 32 bits, which are written and asked for singly */
+  VEXA_DB_64 = 5,           /**< 64 bits */
+  VEXA_DB_TEXT = 6,         /**< terminated text */
+  VEXA_DB_U32_ALT = 7       /**< 32 bits */
 };
 
 /** Which database vexa_db_exec_cmd() works on. */
-enum vexa_db_which { VEXA_DB_USER = 0, VEXA_DB_FACTORY = 1 };
+enum vexa_db_which {
+  VEXA_DB_USER = 0,   /**< present values */
+  VEXA_DB_FACTORY = 1 /**< factory values */
+};
 
 /** One parameter. */
 struct vexa_db_param {

@@ -98,9 +98,8 @@ VEXA_API int32_t vexa_system_call_ex(const char *cmd, uint32_t cmd_len);
  *             string:%s\n")
  * @retval -1  not run: cmd is NULL, or the shell could not be started ("popen
  *             call:%s fail[%s]\n", with "parameter invaild!" or the system's
- *             reason)
- * @retval -1  not read: memory was short ("result_str is NULL!"). The command was
- *             started, with its output closed, and waited for
+ *             reason); or not read, because memory was short ("result_str is NULL!"):
+ *             the command was started, with its output closed, and waited for
  * @note The first piece that does not fit ends the reading ("result_buf Exceeded
  *       max len.\n", level 3; the result stays 0), also where a later, shorter
  *       one would. The pipe is then closed: a command that goes on writing is
@@ -157,14 +156,14 @@ VEXA_API int32_t get_flash_type(void);
  * The command line is split at blanks; nothing is quoted or expanded. Its first
  * word says what runs:
  *
- * | first word            | program                                        |
- * |-----------------------|------------------------------------------------|
- * | iptables, ip6tables   | that one of "/usr/sbin/"                       |
- * | ip, ifconfig, tc      | that one of "/sbin/"                           |
- * | rm, echo, ls, sleep   | that one of "/bin/"                            |
- * | ndc                   | "ndc", searched for in PATH                    |
- * | a word with "/bin" or | itself. Any place in the word counts: programs |
- * | "/sbin" in it         | below "/data/app/bin" run, "/data/binary" too  |
+ * | first word                              | program                                        |
+ * |-----------------------------------------|------------------------------------------------|
+ * | iptables, ip6tables                     | that one of "/usr/sbin/"                       |
+ * | ip, ifconfig, tc                        | that one of "/sbin/"                           |
+ * | rm, echo, ls, sleep                     | that one of "/bin/"                            |
+ * | ndc                                     | "ndc", searched for in PATH                    |
+ * | a word that has "/bin" or "/sbin" in it | itself. Any place in the word counts: programs |
+ * |                                         | below "/data/app/bin" run, "/data/binary" too  |
  *
  * Standard output and standard error of the program are one stream, which lands
  * in result as it was written. Two seconds without a byte, counted afresh from
@@ -187,9 +186,8 @@ VEXA_API int32_t get_flash_type(void);
  * @retval -1  not started: command is NULL, empty, or not on the list (nothing is
  *             logged); 512 characters or more ("unable to re-direct stderr: command
  *             string too long.Command string was: %s\n", level 3, under
- *             "vexa_ds_system_call3"); no memory, pipe or process
- * @retval -1  started: exit code other than 0, 255 among them for a program that
- *             cannot be executed and for 32 words or more ("[cpid:%d] Process exited
+ *             "vexa_ds_system_call3"); no memory, pipe or process. Or started: exit code other than 0, 255
+ * among them for a program that cannot be executed and for 32 words or more ("[cpid:%d] Process exited
  *             normally with rc=%d\n"); ended by a signal, or somebody else has waited
  *             for it ("(): [cpid:%d] wait_pid = %d\n", 1 or 0); silent ("[cpid:%d]
  *             ds_exec kill()ed pid %d with SIGKILL\n", or "[cpid:%d] ds_exec tried

@@ -69,6 +69,7 @@ VEXA_API q_queue *q_init(q_queue *queue);
 /**
  * Ends the use of a queue: zeroes header and count, destroys the mutex.
  * Elements are left as they are.
+ * @param queue  the queue
  * @return the result of pthread_mutex_destroy(): 0, or an errno value
  */
 VEXA_API int32_t q_destroy(q_queue *queue);
@@ -81,11 +82,16 @@ VEXA_API int32_t q_destroy(q_queue *queue);
  */
 VEXA_API q_link_node *q_link(void *element, q_link_node *link);
 
-/** Appends a link that is in no queue. */
+/**
+ * Appends a link.
+ * @param queue  the queue
+ * @param link   in no queue
+ */
 VEXA_API void q_put(q_queue *queue, q_link_node *link);
 
 /**
  * Removes the first element.
+ * @param queue  the queue
  * @return its link, next set to NULL and prev left as it was; NULL when the
  *         queue is empty, or when its header holds no next link (a destroyed or
  *         zeroed queue): then the mutex stays locked, so that further use of the
@@ -95,22 +101,34 @@ VEXA_API q_link_node *q_get(q_queue *queue);
 
 /**
  * Removes the first element and leaves both its pointers as they were.
+ * @param queue  the queue
  * @return as q_get()
  * @note A first link without a next link is a broken ring: prints
  *       "link_ptr->next_ptr is NULL" and a line end, then faults.
  */
 VEXA_API q_link_node *q_get_ext(q_queue *queue);
 
-/** Removes the last element. @return its link, next set to NULL; NULL when the queue is empty */
+/**
+ * Removes the last element.
+ * @param queue  the queue
+ * @return its link, next set to NULL; NULL when the queue is empty
+ */
 VEXA_API q_link_node *q_last_get(q_queue *queue);
 
-/** @return the first link, which stays in the queue; NULL when the queue is empty */
+/**
+ * @param queue  the queue
+ * @return the first link, which stays in the queue; NULL when the queue is empty
+ */
 VEXA_API q_link_node *q_check(q_queue *queue);
 
-/** @return the last link, which stays in the queue; NULL when the queue is empty */
+/**
+ * @param queue  the queue
+ * @return the last link, which stays in the queue; NULL when the queue is empty
+ */
 VEXA_API q_link_node *q_last_check(q_queue *queue);
 
 /**
+ * @param queue  the queue
  * @param link  a link of this queue
  * @return the link after it; NULL at the end of the queue
  */
@@ -118,6 +136,7 @@ VEXA_API q_link_node *q_next(q_queue *queue, q_link_node *link);
 
 /**
  * Puts a link before another.
+ * @param queue     the queue
  * @param link      in no queue
  * @param existing  a link of this queue
  */
@@ -125,15 +144,25 @@ VEXA_API void q_insert(q_queue *queue, q_link_node *link, q_link_node *existing)
 
 /**
  * Removes a link, wherever it is; its next becomes NULL, its prev stays.
+ * @param queue  the queue
  * @param link  a link of this queue, reached through a correct prev: see q_m_put(),
  *              q_linear_delete() and q_linear_delete_new(), which leave some stale
  */
 VEXA_API void q_delete(q_queue *queue, q_link_node *link);
 
-/** As q_delete(). @return 1 */
+/**
+ * As q_delete().
+ * @param queue  the queue
+ * @param link   a link of this queue, as for q_delete()
+ * @return 1
+ */
 VEXA_API uint32_t q_delete_ext(q_queue *queue, q_link_node *link);
 
-/** @return the number of elements, read without the lock: a hint while other threads use the queue */
+/**
+ * @param queue  the queue
+ * @return the number of elements, read without the lock: a hint while other
+ *         threads use the queue
+ */
 VEXA_API int32_t q_cnt(q_queue *queue);
 
 /**
@@ -157,6 +186,7 @@ VEXA_API void q_m_put(q_queue *destination, q_queue *source);
 /**
  * Finds the first element that matches.
  *
+ * @param queue    the queue
  * @param compare  called with (element, value), without the lock. NULL: the
  *                 assertion line, then a fault at the first element; an empty
  *                 queue still gives NULL
@@ -173,6 +203,7 @@ VEXA_API q_link_node *q_linear_search(q_queue *queue, q_compare_fn compare, cons
 /**
  * Removes the first element that matches and hands it to an action.
  *
+ * @param queue    the queue
  * @param compare  called with (element, NULL) under the lock: the value goes to
  *                 the action alone. NULL: nothing happens, whatever queue is
  * @param value    handed to action
@@ -189,6 +220,7 @@ VEXA_API void q_linear_delete(q_queue *queue, q_compare_fn compare, void *value,
 /**
  * As q_linear_delete(), with a value for each callback.
  *
+ * @param queue          the queue
  * @param compare        called with (element, compare_value) under the lock
  * @param compare_value  handed to compare
  * @param action         called with (element, action_value) under the lock; may be NULL

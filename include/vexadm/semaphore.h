@@ -35,7 +35,7 @@ typedef struct vexa_cmn_sem vexa_cmn_sem;
  * how the host was compiled.
  */
 struct vexa_cmn_timeval {
-  long seconds;
+  long seconds;      /**< whole seconds */
   long microseconds; /**< 0 to 999999 */
 };
 typedef struct vexa_cmn_timeval vexa_cmn_timeval;
@@ -58,6 +58,7 @@ VEXA_API void vexa_cmn_sem_deinit(vexa_cmn_sem *sem);
 
 /**
  * Adds 1 to the value and wakes one of the threads that wait.
+ * @param sem  semaphore
  * @retval 0 done; a value of 2147483647 stays
  * @retval 1 sem is NULL
  */
@@ -84,6 +85,7 @@ VEXA_API uint32_t vexa_cmn_sem_timedwait(vexa_cmn_sem *sem, const vexa_cmn_timev
 
 /**
  * Forgets events that nobody has taken: sets the value to 0.
+ * @param sem  semaphore
  * @retval 0 done
  * @retval 1 sem is NULL
  */

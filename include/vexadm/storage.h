@@ -66,8 +66,13 @@ enum vexa_write_state {
   WS_BACKUP_DONE = 102 /**< complete */
 };
 
-/* Paths, terminated texts. Read afresh by each operation; change them through
- * sqlite_reg_store_area() before the first access, never while a call runs. */
+/* ---- Paths -------------------------------------------------------------- */
+
+/*
+ * Terminated texts. Read afresh by each operation; change them through
+ * sqlite_reg_store_area() before the first access, never while a call runs.
+ */
+
 VEXA_DATA char DB_CONFIG[64];     /**< primary item database, "/data/config.db" */
 VEXA_DATA char DB_CONFIGBAK[64];  /**< backup item database, "/data/configbak.db" */
 VEXA_DATA char DB_STATE[64];      /**< write-state journal, "/data/state.db" */
@@ -133,6 +138,10 @@ VEXA_API int32_t dm_sqlite_write(uint32_t id, const struct vexa_dm_item_desc *de
 /**
  * Reads an item (slot read): dm_pal_read() under the backend mutex.
  *
+ * @param id      not used
+ * @param desc    table and key; borrowed
+ * @param buffer  length bytes; may hold bytes of a failed read afterwards
+ * @param length  capacity of buffer in bytes
  * @return as dm_pal_read(); -1 also for a NULL descriptor
  * @note Logs "tab:%s, key:%s \n" at level 0. Locks.
  */
@@ -179,6 +188,9 @@ VEXA_API uint32_t dm_sqlite_def_db_const(uint32_t id, struct vexa_dm_item_desc *
  * descriptor (0 when nothing was read). Takes no lock.
  *
  * @param id  not used
+ * @param desc    table and key; its type is written
+ * @param buffer  length bytes; a longer value is cut
+ * @param length  capacity of buffer in bytes
  * @return as dm_read_def_db(); -1 also for a NULL descriptor
  */
 VEXA_API int32_t dm_sqlite_def_db_read(uint32_t id, struct vexa_dm_item_desc *desc, uint8_t *buffer,
@@ -219,6 +231,10 @@ VEXA_API void sqlite_chk_db_ver_match(uint8_t *matched);
 /**
  * Reads a value by table and key, as dm_pal_read(), without the backend mutex.
  *
+ * @param table   SQL table
+ * @param key     key of the row
+ * @param buffer  length bytes; may hold bytes of a failed read afterwards
+ * @param length  capacity of buffer in bytes
  * @return as dm_pal_read(); -3 when table, key or buffer is NULL (logs
  *         "%s param NULL\n" at level 3)
  */
@@ -251,6 +267,7 @@ VEXA_API int32_t dm_pal_read(const char *table, const char *key, uint8_t *buffer
  *
  * @param table, id, key, type  the row; table and key unescaped SQL text
  * @param data    length bytes; borrowed
+ * @param length  bytes, 0 stores an empty value
  * @return 0; -1 NULL or negative argument, primary not opened, table not made.
  *         Failures of the journal are logged only.
  * @note Takes no lock.
@@ -266,6 +283,9 @@ VEXA_API int32_t dm_pal_write(const char *table, uint32_t id, const char *key, i
  * "/vexanvbak/data/config.db", and reads again.
  *
  * @param path    database file; created empty by SQLite when missing
+ * @param table   SQL table
+ * @param key     key of the row
+ * @param buffer  length bytes
  * @param crc     receives the stored CRC; not NULL
  * @param length  capacity of buffer; a longer value is cut
  * @return bytes copied (> 0); -1 NULL or negative argument, no such row or
@@ -278,6 +298,13 @@ VEXA_API int32_t dm_read_db(const char *path, const char *table, const char *key
 /**
  * Stores a value in one database file, making table and row as needed.
  *
+ * @param path    database file; created by SQLite when missing
+ * @param table   SQL table
+ * @param id      item id, kept beside the value
+ * @param key     key of the row
+ * @param type    value type, kept beside the value
+ * @param data    length bytes; borrowed
+ * @param length  bytes, 0 stores an empty value
  * @return 0 once the table exists, even when the row could not be written (the
  *         failure is logged at level 3, so that backup and journal steps
  *         follow); -1 NULL or negative argument, or table not made; -101
@@ -288,6 +315,8 @@ VEXA_API int32_t dm_write_db(const char *path, const char *table, uint32_t id, c
 
 /**
  * @param db  open database
+ * @param table  SQL table
+ * @param key    key of the row
  * @return 1 when the table holds a row of that key; 0 otherwise, also on an
  *         error, which is logged at level 3
  */
@@ -297,6 +326,8 @@ VEXA_API int32_t dm_record_exist(struct sqlite3 *db, const char *table, const ch
  * Adds the columns id and type to a table of an older build, where missing.
  *
  * @param db  open database
+ * @param table  SQL table
+ * @param key    a key, by which the columns are asked for; its row need not be there
  * @return 0 both columns are there; -1 NULL argument (logs "argv NULL\n") or a
  *         failure of another kind
  */
@@ -310,6 +341,11 @@ VEXA_API int32_t alter_table_add_column(struct sqlite3 *db, const char *table, c
  * A journal that refuses its update for any reason but a missing column is
  * deleted and made anew, empty.
  *
+ * @param item_table  table of the item that is being written
+ * @param id          its id
+ * @param item_key    its key
+ * @param type        its value type
+ * @param len         bytes of its value
  * @param state  a vexa_write_state
  * @return 0 stored; -1 NULL table or key, or a failure (logged at level 3)
  * @note Takes no lock.
@@ -377,7 +413,11 @@ VEXA_API int integrity_check_callback(void *flag, int count, char **values, char
 /**
  * Stores a default in DB_DEF_ITEMS.
  *
+ * @param table   SQL table
+ * @param key     key of the row
+ * @param type    value type, kept beside the value
  * @param value  length bytes; borrowed
+ * @param length  bytes
  * @return 0 once the table exists, even when the row failed (logged); -1
  *         negative length (logs "%s param invald\n"), NULL argument, or table
  *         not made; -101
@@ -388,8 +428,11 @@ VEXA_API int32_t dm_write_def_db(const char *table, const char *key, int32_t typ
 /**
  * Reads a default from DB_DEF_ITEMS. No CRC guards it.
  *
+ * @param table   SQL table
+ * @param key     key of the row
  * @param type    receives the stored type; not NULL
  * @param buffer  length bytes; a longer value is cut
+ * @param length  capacity of buffer in bytes
  * @return bytes copied (> 0); -1 NULL or negative argument, no row, empty value; -100; -101
  */
 VEXA_API int32_t dm_read_def_db(const char *table, const char *key, int32_t *type, uint8_t *buffer,
@@ -403,6 +446,7 @@ VEXA_API int32_t dm_read_def_db(const char *table, const char *key, int32_t *typ
  * @param command  terminated; handed to the shell as it stands
  * @param out      out_len bytes that the caller has zeroed; not terminated here;
  *                 NULL reads nothing
+ * @param out_len  capacity of out in bytes
  * @return 0 when the command was started, whatever its exit code;
  *         (uint32_t)-1 NULL command or start failed (logged at level 3)
  * @note Blocks until the command ends. Takes no lock.
@@ -428,6 +472,7 @@ VEXA_API uint32_t dm_read_all_tabs_from_db(const char *path);
  * value as text for type 5, else its first 4 bytes as a signed number.
  *
  * @param db    open database
+ * @param table  SQL table
  * @param file  open stream, borrowed
  */
 VEXA_API void dm_export_by_table(struct sqlite3 *db, const char *table, FILE *file);

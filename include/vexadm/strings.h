@@ -87,10 +87,17 @@ VEXA_API uint32_t vexa_strip_quotes_out(const char *in, char *out, uint32_t out_
  */
 VEXA_API char *vexa_trim_string(char *str);
 
-/** Turns a writable text to upper case, in place. @return str */
+/**
+ * Turns a writable text to upper case, in place.
+ * @param str  writable text
+ * @return str
+ */
 VEXA_API char *vexa_string_toupper(char *str);
 
-/** @return c + 32 for 'A' to 'Z', else c; knows no locale */
+/**
+ * @param c  character
+ * @return c + 32 for 'A' to 'Z', else c; knows no locale
+ */
 VEXA_API int32_t tolowercase(int32_t c);
 
 /**
@@ -112,12 +119,16 @@ VEXA_API int32_t replace_str(char *str, const char *old, const char *new_text);
 /* ---- Comparing ----------------------------------------------------------- */
 
 /**
+ * @param str     text, or NULL
+ * @param prefix  text to look for at its start, or NULL
  * @param nocase  nonzero ignores the case of letters
  * @return 1 when str begins with prefix (an empty one always fits), else 0; 0 when either is NULL
  */
 VEXA_API uint32_t starts_with(const char *str, const char *prefix, int32_t nocase);
 
 /**
+ * @param str     text, or NULL
+ * @param suffix  text to look for at its end, or NULL
  * @param nocase  nonzero ignores the case of letters
  * @return 1 when str ends with suffix (an empty one always fits), else 0; 0 when either is NULL
  */
@@ -188,7 +199,11 @@ VEXA_API int32_t vexa_change_hexstr_to_str(const char *hex, uint8_t *out);
 
 /* ---- UTF-8 --------------------------------------------------------------- */
 
-/** @return bytes of the character that begins with lead, 1 to 4; 0 when none begins with it */
+/**
+ * @param lead  first byte of a character
+ * @return bytes of the character that begins with lead, 1 to 4; 0 when none begins
+ *         with it
+ */
 VEXA_API int32_t vexa_utf8_NumBytesInChar(uint8_t lead);
 
 /**

@@ -19,7 +19,11 @@
 VEXA_BEGIN_DECLS
 
 /** Types of a value record; 0 after valueFree(). */
-enum vexa_sym_type { VEXA_SYM_INTEGER = 3, VEXA_SYM_STRING = 10, VEXA_SYM_SYMBOL = 12 };
+enum vexa_sym_type {
+  VEXA_SYM_INTEGER = 3, /**< a number */
+  VEXA_SYM_STRING = 10, /**< a text */
+  VEXA_SYM_SYMBOL = 12  /**< a pointer that means nothing to the table */
+};
 
 /** A typed value: 14 bytes without padding, copied by value. */
 struct vexa_sym_value {
@@ -75,6 +79,7 @@ VEXA_API void symClose(int32_t handle);
 
 /**
  * Finds an entry.
+ * @param handle  table
  * @param name  terminated text
  * @return the entry; NULL when there is none, the handle is not open, or name is
  *         NULL or empty (an entry with an empty name is reached by a walk only)
@@ -84,6 +89,7 @@ VEXA_API vexa_sym_entry *symLookup(int32_t handle, const char *name);
 /**
  * Adds a name or replaces what it stands for.
  *
+ * @param handle   table
  * @param name     terminated text, not NULL, may be empty; copied
  * @param content  stored as it is. An allocated string then belongs to the table,
  *                 also when the name was there before; the old one is freed
@@ -108,6 +114,7 @@ VEXA_API int32_t symDelete(int32_t handle, const char *name);
 
 /**
  * Starts a walk over all entries, bucket by bucket, each from its oldest entry.
+ * @param handle  table
  * @return the first entry; NULL when the table is empty or the handle not open
  * @note One walk at a time in the whole process. The entry that was returned
  *       last may be deleted; closing the table that is walked ends the walk: symNext()
@@ -166,10 +173,17 @@ VEXA_API int32_t hAllocEntry(void ***array, int32_t *max, int32_t size);
 
 /* ---- Value records ------------------------------------------------------- */
 
-/** @return a record of type VEXA_SYM_INTEGER */
+/**
+ * @param integer  number
+ * @return a record of type VEXA_SYM_INTEGER
+ */
 VEXA_API vexa_sym_value valueInteger(int32_t integer);
 
-/** @return a record of type VEXA_SYM_SYMBOL; symbol is kept as it is and never freed */
+/**
+ * @param symbol  pointer
+ * @return a record of type VEXA_SYM_SYMBOL; symbol is kept as it is and never
+ *         freed
+ */
 VEXA_API vexa_sym_value valueSymbol(void *symbol);
 
 /**
@@ -193,17 +207,32 @@ VEXA_API void valueFree(vexa_sym_value *value);
 /** Does nothing. */
 VEXA_API void bopen(void);
 
-/** Does nothing. @return its argument */
+/**
+ * Does nothing.
+ * @param argument  anything
+ * @return its argument
+ */
 VEXA_API void *bclose(void *argument);
 
-/** Does nothing. @return its argument */
+/**
+ * Does nothing.
+ * @param argument  anything
+ * @return its argument
+ */
 VEXA_API void *bstats(void *argument);
 
-/** @return a copy of a terminated text (of the empty text for NULL), to be freed with free(); NULL when
- *          memory is short */
+/**
+ * @param string  text, or NULL
+ * @return a copy of a terminated text (of the empty text for NULL), to be freed
+ *         with free(); NULL when memory is short
+ */
 VEXA_API char *bstrdupNoBalloc(const char *string);
 
-/** The same as bstrdupNoBalloc(). */
+/**
+ * The same as bstrdupNoBalloc().
+ * @param string  as there
+ * @return as there
+ */
 VEXA_API char *bstrdupANoBalloc(const char *string);
 
 /**

@@ -73,12 +73,19 @@ struct vexa_dm_default_item {
  * what each does stands with the function of the same purpose in storage.h.
  */
 struct vexa_dm_backend_ops {
+  /** Stores an item; dm_sqlite_write(). */
   int32_t (*write)(uint32_t id, const struct vexa_dm_item_desc *desc, const void *data, int32_t length);
+  /** Reads an item; dm_sqlite_read(). */
   int32_t (*read)(uint32_t id, const struct vexa_dm_item_desc *desc, uint8_t *buffer, int32_t length);
+  /** Deletes what is stored; dm_sqlite_clean(). */
   uint32_t (*clean)(char *backup);
+  /** Stores a default; dm_sqlite_def_db_const(). */
   uint32_t (*def_db_const)(uint32_t id, struct vexa_dm_item_desc *desc, const void *value, uint32_t length);
+  /** Reads a stored default; dm_sqlite_def_db_read(). */
   int32_t (*def_db_read)(uint32_t id, struct vexa_dm_item_desc *desc, uint8_t *buffer, int32_t length);
+  /** Reads the schema version of the items; dm_sqlite_read_CfgDB_version(). */
   uint32_t (*read_cfg_db_version)(uint8_t *out);
+  /** Reads the schema version of the defaults; dm_sqlite_read_DefItemsDB_version(). */
   uint32_t (*read_def_items_db_version)(uint8_t *out);
 };
 

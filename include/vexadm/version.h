@@ -11,9 +11,9 @@
 #ifndef VEXADM_VERSION_H
 #define VEXADM_VERSION_H
 
-#define VEXADM_VERSION_MAJOR 0
-#define VEXADM_VERSION_MINOR 1
-#define VEXADM_VERSION_PATCH 0
+#define VEXADM_VERSION_MAJOR 0 /**< first part of the version */
+#define VEXADM_VERSION_MINOR 1 /**< second part of the version */
+#define VEXADM_VERSION_PATCH 0 /**< third part of the version */
 
 /** The same as text. */
 #define VEXADM_VERSION "0.1.0"
