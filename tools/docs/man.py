@@ -157,6 +157,16 @@ def sections(member, kind):
     return [s for s in member.details.iter("simplesect") if s.get("kind") == kind]
 
 
+def tell(page, element, introduction=""):
+    """What is said of an argument, a result or in a note: running text, or text with lists and tables."""
+    if any(next(element.iter(tag), None) is not None for tag in BLOCKS):
+        if introduction:
+            page.paragraph(introduction)
+        description(page, element)
+    else:
+        page.paragraph(f"{introduction} {prose_of(element)}")
+
+
 def prose_of(element):
     return " ".join(inline(para).strip() for para in element.findall("para"))
 
@@ -245,12 +255,12 @@ def function(page, member):
             page.tagged(f"\\fB{escaped(', '.join(names))}\\fR", prose_of(text))
         page.fresh = not values
         for result in results:
-            page.paragraph(prose_of(result))
+            tell(page, result)
         page.raw(".RE")
         page.fresh = False
     for kind, title in ("note", "Note"), ("warning", "Warning"):
         for section in sections(member, kind):
-            page.paragraph(f"\\fI{title}:\\fR {prose_of(section)}")
+            tell(page, section, f"\\fI{title}:\\fR")
 
 
 def other_members(page, header, group):
@@ -269,11 +279,11 @@ def other_members(page, header, group):
         page.paragraph(prose_of(member.brief))
         description(page, member.details)
         for section in sections(member, "note"):
-            page.paragraph(f"\\fINote:\\fR {prose_of(section)}")
+            tell(page, section, "\\fINote:\\fR")
         for names, text in listed(member, "param"):
             page.tagged(f"\\fI{escaped(', '.join(names))}\\fR", prose_of(text))
         for section in sections(member, "return"):
-            page.paragraph(f"Result: {prose_of(section)}")
+            tell(page, section, "Result:")
         page.code(macro(header, member) if member.kind == "define" else member.declaration + ";")
 
 

@@ -8,7 +8,7 @@ import re
 import contents
 from faults import Fault
 
-FENCE = re.compile(r"^(```|    )")
+RULE = re.compile(r"\|[-:| ]+\|")  # of a table
 HEADING = re.compile(r"^(#+) (.*)$")
 LINK = re.compile(r"(?<!!)\[([^\]]*)\]\(([^)\s]+)\)")
 SHOWN = re.compile(r"^<!-- (examples/\S+) -->$")
@@ -53,16 +53,16 @@ def target(link, source, known):
     raise Fault(f"{source}: a link leads to {full}, which has no page")
 
 
-def prose(line, source, known):
-    """A line of text: links lead to pages, and what means something to Doxygen alone means nothing."""
-    pieces = re.split(r"(`[^`]*`)", line)
-    for i in range(0, len(pieces), 2):
-        pieces[i] = re.sub(r"\\(?=\w)|[%@&](?=\w)|--(?!-)(?<!---)", lambda found: "\\" + found.group(), pieces[i])
-    for i in range(1, len(pieces), 2):
-        if "'" in pieces[i]:  # an apostrophe would end the code
-            pieces[i] = f"`{pieces[i]}`"
-    text = "".join(pieces)
-    return LINK.sub(lambda found: f"[{found.group(1)}]({target(found.group(2), source, known)})", text)
+def prose(text, source, known):
+    """A paragraph: links lead to pages, and what means something to Doxygen alone means nothing."""
+    pieces = re.split(r"(`[^`]*`)", text)
+    for i, piece in enumerate(pieces):
+        if i % 2 == 0:
+            pieces[i] = re.sub(r"\\(?=\w)|[%@&](?=\w)|(?<!-)--(?!-)", lambda found: "\\" + found.group(), piece)
+        else:
+            piece = piece.replace("\n", " ")
+            pieces[i] = f"`{piece}`" if "'" in piece else piece  # an apostrophe would end the code
+    return LINK.sub(lambda found: f"[{found.group(1)}]({target(found.group(2), source, known)})", "".join(pieces))
 
 
 def shown(lines, i, source):
@@ -76,15 +76,41 @@ def shown(lines, i, source):
             raise Fault(f"{source}:{i + 2}: this is no piece of {name}")
 
 
+def heading(line, path, known, names):
+    """A heading with the name by which links reach it."""
+    marks, title = HEADING.match(line).groups()
+    name = page_id(path)
+    if marks == "#" and not names:
+        anchor = "mainpage" if name == "index" else name
+    else:
+        anchor = f"{name}-{slug(title)}"
+    if anchor in names:
+        raise Fault(f"{path}: a second heading of the name {title}")
+    names.add(anchor)
+    return f"{marks} {prose(title.replace('`', ''), path, known)} {{#{anchor}}}"  # no code in a title
+
+
 def markdown(path):
     """A page of the repository as Doxygen takes it: named headings, links between pages."""
     known = {page for _, page in all_pages()}
     with open(path, encoding="utf-8") as source:
         lines = source.read().split("\n")
-    name = page_id(path)
-    result, code, titled, names = [], False, False, set()
+    result, paragraph, names = [], [], set()
+
+    def end_paragraph():
+        if paragraph:
+            result.append(prose("\n".join(paragraph), path, known))
+            paragraph.clear()
+
+    code = False
     for i, line in enumerate(lines):
-        if line.startswith("```"):
+        fence = line.startswith("```")
+        plain = not (code or fence or RULE.fullmatch(line) or HEADING.match(line) or SHOWN.match(line))
+        if plain and line.strip() and not line.startswith("    "):
+            paragraph.append(line)
+            continue
+        end_paragraph()
+        if fence:
             code = not code
             # Highlighted as what it is, or not at all.
             line = "```{.c}" if line == "```c" else "```{.unparsed}" if code else "```"
@@ -92,18 +118,9 @@ def markdown(path):
             shown(lines, i, path)
             continue
         elif not code and HEADING.match(line):
-            marks, title = HEADING.match(line).groups()
-            if marks == "#" and not titled:
-                line, titled = f"# {title} {{#{'mainpage' if name == 'index' else name}}}", True
-            else:
-                anchor = f"{name}-{slug(title)}"
-                if anchor in names:
-                    raise Fault(f"{path}:{i + 1}: a second heading of this name")
-                names.add(anchor)
-                line = f"{marks} {prose(title, path, known)} {{#{anchor}}}"
-        elif not code and not line.startswith("    "):
-            line = prose(line, path, known)
+            line = heading(line, path, known, names)
         result.append(line)
+    end_paragraph()
     return "\n".join(result)
 
 
@@ -125,33 +142,28 @@ def any_text(example):
 
 
 def index_page(headers):
-    """All names, with the family of each."""
+    """All names, with the header of each; a hash before a name, or brackets behind it, make a link of it."""
     names = {}
     for header in headers.values():
         for member in header.members():
-            # An enumeration without a name is found by its values.
-            for name in [member.name] if not member.name.startswith("@") else []:
-                names[name] = header.name
-            if member.kind == "enum":
-                for part in member.parts:
-                    names[part.name] = header.name
+            mark = {"function": "{}()", "record": "{}"}.get(member.kind, "#{}")
+            for name in [member.name] + [part.name for part in member.parts if part.kind == "enumerator"]:
+                if not name.startswith("@"):  # an enumeration without a name is found by its values
+                    names[name] = (mark.format(name), header.name)
     lines = ["# Index of names {#names}", "", "| name | header |", "|---|---|"]
     for name in sorted(names, key=lambda text: (text.lower(), text)):
-        lines.append(f"| {name}{'()' if is_function(headers[names[name]], name) else ''} | "
-                     f"[vexadm/{names[name]}.h]({header_page(names[name])}.html) |")
+        link, header = names[name]
+        lines.append(f"| {link} | [vexadm/{header}.h]({header_page(header)}.html) |")
     return "\n".join(lines) + "\n"
 
 
-def is_function(header, name):
-    return any(member.name == name for member in header.members("function"))
-
-
-def check_families(headers):
+def check_families():
     """Every header has a page with an example, and every example is shown."""
+    headers = {file[:-2] for file in os.listdir("include/vexadm") if file.endswith(".h")}
     listed = set(contents.FAMILIES) | set(contents.SHARED)
-    for name in sorted(set(headers) - listed):
+    for name in sorted(headers - listed):
         raise Fault(f"include/vexadm/{name}.h has no page: list it in tools/docs/contents.py")
-    for name in sorted(listed - set(headers)):
+    for name in sorted(listed - headers):
         raise Fault(f"tools/docs/contents.py lists {name}, and there is no such header")
     for name, examples in contents.FAMILIES.items():
         if not examples:
@@ -194,7 +206,14 @@ def finished(text, file):
     text = re.sub(r"(?:vexadm/)?(\w+\.h) File Reference", r"vexadm/\1", text)
     # Where a page stands in the folders of the sources; pages that a header names by their files.
     text = re.sub(r'<div id="nav-path".*?</div>\n', "", text, flags=re.DOTALL)
-    text = re.sub(r"(?<![/\w\"])docs/(\w+)\.md\b", r'<a href="\1.html">\1</a>', text) if "_8h" in file else text
+    text = re.sub(r"(?<![/\w\"])docs/(\w+)\.md\b", r'<a href="\1.html">docs/\1.md</a>', text) if "_8h" in file else text
+    # A place that is named by the path of its file, where it was made.
+    text = re.sub(r'<a class="anchor" id="md_[^"]*"></a>\s*', "", text)
+    # What a script would show beside the pointer, and a choice of headings that stand just below.
+    text = re.sub(r'^<div class="ttc".*\n', "", text, flags=re.MULTILINE)
+    text = re.sub(r'<div class="summary">.*?</div>', "", text, flags=re.DOTALL)
+    # A variable of an example is no field of the same name.
+    text = re.sub(r'<a class="code hl_variable"[^>]*>([a-z_]+)</a>', r"\1", text)
     text = re.sub(r"<script.*?</script>", "", text, flags=re.DOTALL)
     text = re.sub(r"<!-- (?:HTML|start|end|contents|fragment|header|doc-content|PageDoc|Generated).*?-->\n?", "", text)
     return text
