@@ -34,8 +34,13 @@ install(CODE "
     file(REMOVE \"${PROJECT_BINARY_DIR}/install_manifest.txt\")
   endif()" ALL_COMPONENTS)
 
+# What ./dev docs made; nothing where it did not run.
+set(VEXADM_MAN ${PROJECT_SOURCE_DIR}/build/docs/man)
+
 if(VEXADM_DEBIAN)
   include(cmake/package.cmake)
 else()
+  install(DIRECTORY ${VEXADM_MAN}/ DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT development OPTIONAL
+    FILES_MATCHING PATTERN "*.3")
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 endif()

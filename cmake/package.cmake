@@ -27,6 +27,15 @@ foreach(pair "runtime libvexadm0" "development libvexadm-dev")
   install(FILES ${DEBIAN_FILES}/${package}.lintian-overrides DESTINATION share/lintian/overrides
     RENAME ${package} COMPONENT ${component})
 endforeach()
+# Compressed as Debian has manual pages, and without the time, as above.
+install(CODE "
+  file(GLOB pages \"${VEXADM_MAN}/man3/*.3\")
+  set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/share/man/man3\")
+  file(MAKE_DIRECTORY \${folder})
+  foreach(page IN LISTS pages)
+    get_filename_component(name \${page} NAME)
+    execute_process(COMMAND gzip -9nc \${page} OUTPUT_FILE \${folder}/\${name}.gz COMMAND_ERROR_IS_FATAL ANY)
+  endforeach()" COMPONENT development)
 # A package of debug symbols may hold nothing else.
 install(CODE "
   file(MAKE_DIRECTORY \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/share/doc)
@@ -95,7 +104,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SOURCE libvexadm)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION "libdevel${MULTIARCH}")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libvexadm0 (= ${DEBIAN_VERSION})")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${ABOUT} (development files)
-${EXTENDED}\n.\nThis package has the headers, the files for CMake and pkg-config,\nand examples.")
+${EXTENDED}\n.\nThis package has the headers, the files for CMake and pkg-config,\nmanual pages and examples.")
 
 set(CPACK_DEBIAN_DEBUG_PACKAGE_NAME libvexadm0-dbgsym)
 set(CPACK_DEBIAN_DEBUG_PACKAGE_SOURCE libvexadm)
