@@ -136,7 +136,7 @@ components_divide_the_files() {
     (cd "$scratch/$component" && find . ! -type d -printf '%f\n' | sort) > "$scratch/$component.files"
   done
   grep -qx "libvexadm.so.$version" "$scratch/runtime.files" || fail "the library is not in runtime"
-  ! grep -E '\.h$|\.cmake$|\.pc$|\.so$' "$scratch/runtime.files" || fail "these are not for a device"
+  ! grep -E '\.h$|\.cmake$|\.pc$|\.so$|[a-z]\.3$' "$scratch/runtime.files" || fail "these are not for a device"
   ! grep -F '.so.' "$scratch/development.files" || fail "the library is in development"
   installed
   (cd "$prefix" && find . ! -type d -printf '%f\n' | sort) > "$scratch/all.files"
