@@ -150,13 +150,11 @@ class Cuts:
         elif (write := re.fullmatch(r"burst: (writing|written) (\d+) (\d+)", line)) and int(write[2]) < ITEMS:
             # The numbers count up, one "written" for each "writing" but the last.
             what, item, number = write[1], int(write[2]), int(write[3])
-            begun = ("writing", item, number)
-            if what == "writing" and number == self.number or what == "written" and self.said[-1:] and \
-                    self.said[-1][:3] == begun:
-                self.said.append((what, item, number, log_end.operations()))
-                self.number = number + 1
-            else:
+            begun = self.said[-1:] and self.said[-1][:3] == ("writing", item, number)
+            if not (begun if what == "written" else number == self.number):
                 self.fail(f"{where}: out of turn: {line}")
+            self.said.append((what, item, number, log_end.operations()))
+            self.number = number + 1
         else:
             self.fail(f"{where}: {line}")
 

@@ -60,6 +60,7 @@ class Machine:
             command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self.begin = time.monotonic()
         self.partial = b""
+        self.whole = []  # read from the console and not yet handed out
         self.tail = []
 
     def __enter__(self):
@@ -70,20 +71,21 @@ class Machine:
         self.process.stdout.close()
 
     def lines(self, seconds):
-        """Whole lines of the console until the machine is off, or TimeoutError after SECONDS."""
+        """Whole lines of the console until the machine is off, or TimeoutError after SECONDS. Who stops
+        at a line finds those that had come with it in the next call."""
         end = time.monotonic() + seconds
         while True:
+            while self.whole:
+                text = self.whole.pop(0).decode(errors="replace").rstrip("\r")
+                self.tail = self.tail[-60:] + [text]
+                yield text
             ready, _, _ = select.select([self.process.stdout], [], [], max(0, end - time.monotonic()))
             if not ready:
                 raise TimeoutError
             data = os.read(self.process.stdout.fileno(), 65536)
             if not data:
                 return
-            *whole, self.partial = (self.partial + data).split(b"\n")
-            for line in whole:
-                text = line.decode(errors="replace").rstrip("\r")
-                self.tail = self.tail[-60:] + [text]
-                yield text
+            *self.whole, self.partial = (self.partial + data).split(b"\n")
 
     def kill(self):
         """Takes the power away. What the device had said is still there for lines()."""
