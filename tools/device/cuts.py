@@ -150,8 +150,10 @@ class Cuts:
         elif (write := re.fullmatch(r"burst: (writing|written) (\d+) (\d+)", line)) and int(write[2]) < ITEMS:
             # The numbers count up, one "written" for each "writing" but the last.
             what, item, number = write[1], int(write[2]), int(write[3])
-            begun = self.said[-1:] and self.said[-1][:3] == ("writing", item, number)
-            if not (begun if what == "written" else number == self.number):
+            last = self.said[-1][:3] if self.said else ("written",)
+            turn = last == ("writing", item, number) if what == "written" else \
+                last[0] == "written" and number == self.number
+            if not turn:
                 self.fail(f"{where}: out of turn: {line}")
             self.said.append((what, item, number, log_end.operations()))
             self.number = number + 1
