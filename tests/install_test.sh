@@ -46,7 +46,7 @@ compile() {
 # find_package PREFIX [VERSION]: configures the stranger's project. With a toolchain, which looks for
 # packages in its sysroot alone, the prefix is one of the staging area.
 find_package() {
-  "$cmake" -S "$stranger" -B "$scratch/stranger" -D CMAKE_PREFIX_PATH="$1" -D WANTED="${2:-$version}" \
+  "$cmake" -G Ninja -S "$stranger" -B "$scratch/stranger" -D CMAKE_PREFIX_PATH="$1" -D WANTED="${2:-$version}" \
     -D CMAKE_C_COMPILER="$cc" -D CMAKE_CXX_COMPILER="$cxx" \
     ${TOOLCHAIN:+-D CMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -D CMAKE_STAGING_PREFIX="$1"} > "$scratch/log" 2>&1
 }
