@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+// watch: an item's changes as they come.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/value.h"
+#include "commands/rows.h"
+
+namespace cli {
+namespace {
+
+// What changes whenever the file's content does, without reading it: a commit counts up the number
+// at byte 24 (sqlite.org/fileformat.html, 1.3.7), and the library replaces the backup as a file.
+struct Mark {
+  dev_t device = 0;
+  ino_t inode = 0;
+  unsigned char counter[4] = {};
+  bool operator==(const Mark& other) const {
+    return device == other.device && inode == other.inode &&
+           std::memcmp(counter, other.counter, sizeof counter) == 0;
+  }
+};
+
+// Opened and closed each time: no connection is open meanwhile whose locks the close would drop.
+Mark mark_of(const char* path) {
+  Mark mark;
+  const int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return mark;
+  struct stat entry {};
+  if (fstat(fd, &entry) == 0 && pread(fd, mark.counter, sizeof mark.counter, 24) == sizeof mark.counter) {
+    mark.device = entry.st_dev;
+    mark.inode = entry.st_ino;
+  }
+  close(fd);
+  return mark;
+}
+
+void pause_for(uint64_t milliseconds) {
+  timespec span = {static_cast<time_t>(milliseconds / 1000),
+                   static_cast<long>(milliseconds % 1000) * 1000000};
+  while (nanosleep(&span, &span) != 0) {
+  }
+}
+
+enum class Seen { kValue, kNothing, kUnreadable };
+
+struct View {
+  Seen seen = Seen::kUnreadable;
+  look::Item item;
+  bool operator==(const View& other) const {
+    return seen == other.seen && item.value.view() == other.item.value.view() &&
+           item.type == other.item.type && item.verdict == other.item.verdict;
+  }
+};
+
+View look_at(const char* path, const char* table, const char* key) {
+  View view;
+  look::Database database;
+  List<look::Item> items;
+  Text why;
+  if (database.open(path) != SQLITE_OK) {
+    view.seen = look::exists(path) ? Seen::kUnreadable : Seen::kNothing;
+    return view;
+  }
+  const bool whole = look::read_items(database, items, why);
+  for (look::Item& item : items) {
+    if (item.key.view() != key || !look::same_table(item.table.view(), table)) continue;
+    view.item = std::move(item);
+    view.seen = Seen::kValue;
+    return view;
+  }
+  view.seen = whole ? Seen::kNothing : Seen::kUnreadable;
+  return view;
+}
+
+Text time_of_day() {
+  const time_t now = time(nullptr);
+  tm local = {};
+  localtime_r(&now, &local);
+  char text[32] = {};
+  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  return Text(text);
+}
+
+void tell(const Arguments& arguments, const View& view) {
+  if (arguments.json) {
+    Json json(Json::Form::kOneLine);
+    json.object().text("time", time_of_day().view());
+    if (view.seen == Seen::kValue) {
+      add_item_fields(json, view.item);
+    } else {
+      json.text("table", arguments.words[0]).text("key", arguments.words[1]).key("value").null();
+    }
+    json.end();
+    return;
+  }
+  Text line = time_of_day();
+  line.add(' ');
+  if (view.seen == Seen::kValue) {
+    add_value(line, view.item.type, view.item.value.view());
+    if (view.item.verdict == look::Verdict::kBad) line.add(" (bad checksum: programs get the default)");
+    if (view.item.verdict == look::Verdict::kEmpty) line.add(" (empty: programs get the default)");
+  } else {
+    line.add(view.seen == Seen::kNothing ? "(no such item: programs get the default)"
+                                         : "(the file cannot be read)");
+  }
+  line.add('\n');
+  print(line);
+}
+
+int run_watch(Arguments& arguments) {
+  uint64_t interval = 500;
+  uint64_t count = UINT64_MAX;
+  if (const char* text = arguments.value("--interval")) {
+    const auto number = parse_number(text, 3600000);
+    if (!number || *number == 0) return wrong_usage("--interval %s: milliseconds, 1 to 3600000", text);
+    interval = *number;
+  }
+  if (const char* text = arguments.value("--count")) {
+    const auto number = parse_number(text, UINT32_MAX);
+    if (!number || *number == 0) return wrong_usage("--count %s: how many values to print, 1 at least", text);
+    count = *number;
+  }
+  const look::Places places = arguments.places();
+  View last;
+  bool first = true;
+  for (;;) {
+    const Mark mark = mark_of(places.backup.c_str());
+    View view = look_at(places.backup.c_str(), arguments.words[0], arguments.words[1]);
+    if (first || !(view == last)) {
+      tell(arguments, view);
+      // For those who read through a pipe.
+      if (std::fflush(stdout) != 0) return kFailed;
+      if (--count == 0) return kDone;
+      last = std::move(view);
+      first = false;
+    }
+    while (mark_of(places.backup.c_str()) == mark) pause_for(interval);
+  }
+}
+
+constexpr Option kWatchOptions[] = {
+    {"--interval", "MS", "look so often, in milliseconds; 500 if not given"},
+    {"--count", "N", "end after so many lines"},
+};
+
+}  // namespace
+
+extern const Command kWatch = {
+    "watch",
+    "TABLE KEY",
+    "Prints an item's value, and again whenever it changes",
+    "Looks at the change counter of the backup, which is what programs read, and reads the\n"
+    "item only when that has moved. Ends with Ctrl-C.",
+    "  $ vexadm watch wifi ssid\n"
+    "  2026-11-02 08:15:00 \"Router\"\n"
+    "  2026-11-02 08:15:42 \"Garden house\"",
+    kWatchOptions,
+    2,
+    2,
+    true,
+    run_watch,
+};
+
+}  // namespace cli

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+// What is wrong with a store, what the library will do about it, and what a person can.
+#ifndef VEXADM_CLI_DIAGNOSIS_H
+#define VEXADM_CLI_DIAGNOSIS_H
+
+#include "base/text.h"
+#include "commands/journal_row.h"
+#include "look/database.h"
+#include "look/items.h"
+#include "look/places.h"
+
+namespace cli::look {
+
+struct Finding {
+  bool fault = false;  // else a remark: worth knowing, nothing is lost
+  Text what;
+  Text next_start;  // of a program that uses the library; empty: nothing
+  Text person;      // empty: nothing to do
+};
+
+struct ItemFile {
+  FileReport report;
+  List<Item> items;
+  bool whole = false;  // every row could be read
+  bool has_rows() const { return !items.empty(); }
+  bool healthy() const { return report.health == Health::kHealthy; }
+};
+
+struct Diagnosis {
+  ItemFile primary;
+  ItemFile backup;
+  ItemFile defaults;
+  ItemFile factory;
+  FileReport journal;
+  JournalRow last_write;
+  List<Finding> findings;
+
+  bool faulty() const {
+    for (const Finding& finding : findings) {
+      if (finding.fault) return true;
+    }
+    return false;
+  }
+};
+
+Diagnosis diagnose(const Places& places);
+
+// One word or two for a file's health.
+const char* health_name(Health health);
+
+}  // namespace cli::look
+
+#endif
