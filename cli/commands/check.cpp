@@ -21,6 +21,7 @@ Colour colour_of(Health health) {
 }
 
 Text items_of(const ItemFile& file, const char* what) {
+  if (!file.report.schema_read) return Text();
   std::size_t count = 0;
   for (const look::Item& item : file.items) count += look::is_version_record(item) ? 0U : 1U;
   return textf("%zu %s", count, count == 1 ? what : textf("%ss", what).c_str());
@@ -153,11 +154,11 @@ extern const Command kCheck = {
     "\n"
     "Exit 1 when there is a fault. With --quiet the exit code is all.",
     "  $ vexadm check\n"
-    "  primary   corrupt    /data/config.db            0 items\n"
+    "  primary   corrupt    /data/config.db\n"
     "  backup    healthy    /data/configbak.db         3 items\n"
     "  journal   healthy    /data/state.db             WS_BACKUP_DONE, wifi ssid\n"
-    "  defaults  not there  /data/DefItems.db          0 defaults\n"
-    "  factory   not there  /vexanvbak/data/config.db  0 items\n"
+    "  defaults  not there  /data/DefItems.db\n"
+    "  factory   not there  /vexanvbak/data/config.db\n"
     "  \n"
     "  FAULT   The primary is corrupt: database disk image is malformed.\n"
     "          next start: copies the backup over it\n"

@@ -124,14 +124,19 @@ void Table::print() const {
     width = std::max(width, width_of(cells_[i].text.view()));
   }
   Text out;
+  std::size_t blanks = 0;  // owed before the next cell that has something in it
   for (std::size_t i = 0; i < cells_.size(); ++i) {
-    add_coloured(out, cells_[i].colour, cells_[i].text.view());
+    const std::string_view text = cells_[i].text.view();
+    if (!text.empty()) {
+      for (; blanks > 0; --blanks) out.add(' ');
+      add_coloured(out, cells_[i].colour, text);
+    }
     if (i % columns_ == columns_ - 1) {
       out.add('\n');
-      continue;
+      blanks = 0;
+    } else {
+      blanks += widths[i % columns_] + 2 - width_of(text);
     }
-    for (std::size_t width = width_of(cells_[i].text.view()); width < widths[i % columns_] + 2; ++width)
-      out.add(' ');
   }
   cli::print(out);
 }

@@ -238,15 +238,18 @@ class Doctor {
     const JournalRow& row = out_.last_write;
     const bool just_that = ahead.size() == 1 && is_last_write(*ahead[0]);
     if (just_that && row.state == WS_READY) {
+      cut_write_told_ = true;
       Finding& finding =
           remark(textf("A write of %s was cut before it was complete: the primary has the new value, "
                        "programs read the old one. Nobody was told that it was stored.",
                        name_of(*ahead[0]).c_str()));
       finding.next_start = Text("nothing; the next write of any item brings the new value");
-      finding.person = Text("decide which it shall be: vexadm diff shows both, vexadm set stores one");
+      finding.person = textf("decide which it shall be: vexadm diff %s %s shows both, vexadm set stores one",
+                             places_.backup.c_str(), places_.primary.c_str());
       return;
     }
     if (just_that && row.state == WS_WRITE_DONE) {
+      cut_write_told_ = true;
       Finding& finding =
           remark(textf("A write of %s was cut after the primary had it.", name_of(*ahead[0]).c_str()));
       finding.next_start = Text("copies that item to the backup");
@@ -342,24 +345,29 @@ class Doctor {
                   static_cast<long long>(row.state)));
       return;
     }
-    // That the two files differ has been said; here nothing is left of the cut but the state.
-    for (const Finding& finding : out_.findings) {
-      if (finding.what.view().starts_with("A write of")) return;
+    if (!cut_write_told_) tell_cut_write(row);
+  }
+
+  void tell_cut_write(const JournalRow& row) {
+    Item item;
+    item.table = Text(row.table.view());
+    item.key = Text(row.key.view());
+    const Text name = name_of(item);
+    if (!out_.primary.whole || !out_.backup.whole) {
+      remark(textf("The last write, of %s, was cut (%s). What of it the unreadable file has cannot be seen.",
+                   name.c_str(), state_name(row.state)))
+          .person = textf("the value that is left: vexadm get %s; ask what it should be", name.c_str());
+      return;
     }
     if (row.state == WS_WRITE_DONE) {
-      Finding& finding =
-          remark(textf("The journal says that the write of %s %s was cut at its end; primary and backup "
-                       "both have it.",
-                       row.table.c_str(), row.key.c_str()));
-      finding.next_start =
-          Text("copies the item once more, and leaves the journal as it is until the next write");
-    } else {
-      remark(
-          textf("The journal says that a write of %s %s began and was cut before it had changed the primary, "
-                "or after "
-                "the backup had it too.",
-                row.table.c_str(), row.key.c_str()));
+      remark(textf("The journal says that the write of %s was cut at its end.", name.c_str())).next_start =
+          Text("copies the item to the backup, and leaves the journal as it is until the next write");
+      return;
     }
+    remark(textf(
+        "The journal says that a write of %s was cut, before it had changed the primary or after it had "
+        "changed both.",
+        name.c_str()));
   }
 
   static const Item* version_in(const ItemFile& file) { return find(file.items, kVersionTable, kVersionKey); }
@@ -460,6 +468,7 @@ class Doctor {
 
   const Places& places_;
   Diagnosis& out_;
+  bool cut_write_told_ = false;
 };
 
 }  // namespace
