@@ -112,6 +112,7 @@ void tell_change(const Stored& stored, const NewItem& item) {
 }
 
 int write_all(Arguments& arguments, const List<NewItem>& wanted, const List<std::size_t>& changes) {
+  if (const int code = refuse_a_loss(arguments); code != kDone) return code;
   if (const int code = enter_store(arguments); code != kDone) return code;
   vexa_dm_handle* handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
   Progress progress(arguments);
@@ -163,7 +164,10 @@ constexpr Option kDumpOptions[] = {
     kFileOption,
     {"--damaged", nullptr, "items with a bad checksum as if it were good"},
 };
-constexpr Option kLoadOptions[] = {{"--dry-run", nullptr, "say what would change, and change nothing"}};
+constexpr Option kLoadOptions[] = {
+    {"--dry-run", nullptr, "say what would change, and change nothing"},
+    {"--force", nullptr, "write into a damaged store all the same"},
+};
 
 }  // namespace
 

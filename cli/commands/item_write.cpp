@@ -5,6 +5,9 @@
 
 #include <vexadm/data_manager.h>
 
+#include "command.h"
+#include "look/diagnosis.h"
+
 namespace cli {
 namespace {
 
@@ -50,6 +53,15 @@ bool Stored::holds(const List<look::Item>& items, const NewItem& item) {
   const look::Item* row = look::find(items, item.table.view(), item.key.view());
   return row != nullptr && row->value.view() == item.bytes.view() && row->has_type &&
          row->type == item.type && row->has_id && row->id == item.id && row->verdict != look::Verdict::kBad;
+}
+
+int refuse_a_loss(const Arguments& arguments) {
+  if (arguments.has("--force")) return kDone;
+  const look::Diagnosis diagnosis = look::diagnose(arguments.places());
+  const look::Finding* finding = diagnosis.against_writing();
+  if (finding == nullptr) return kDone;
+  return fail("a write now would lose settings. %s vexadm check says what to do; --force writes all the same",
+              finding->what.c_str());
 }
 
 int32_t store(vexa_dm_handle* handle, const NewItem& item) {

@@ -39,6 +39,12 @@ struct Stored {
   static bool holds(const List<look::Item>& items, const NewItem& item);
 };
 
+struct Arguments;
+
+// Refuses to write into a store of which a write, or the start before it, would lose something that
+// is still there; --force leaves that to the person. kDone, or kFailed after it has said why.
+int refuse_a_loss(const Arguments& arguments);
+
 // By the backend's own slot: the item table of a program would bring its defaults, and a value equal
 // to a default would not be stored. 0, or the library's code.
 int32_t store(vexa_dm_handle* handle, const NewItem& item);

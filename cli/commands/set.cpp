@@ -110,6 +110,7 @@ int write_item(Arguments& arguments, const Stored& stored, const Wanted& wanted)
     note(arguments, "%s has that value already", wanted.key());
     return kDone;
   }
+  if (const int code = refuse_a_loss(arguments); code != kDone) return code;
   if (const int code = enter_store(arguments); code != kDone) return code;
   vexa_dm_handle* handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
   const int32_t result = store(handle, wanted.item);
@@ -150,8 +151,9 @@ constexpr Option kSetOptions[] = {
     {"--id", "N", "the number that programs know the item by; else that of the row"},
     {"--hex", nullptr, "the value in hexadecimal, whatever the type"},
     {"--from", "FILE", "the value from a file, - from standard input"},
-    {"--force", nullptr, "change the type of a row that is there"},
+    {"--force", nullptr, "change the type of a row, or write into a damaged store, all the same"},
 };
+constexpr Option kEmptyOptions[] = {{"--force", nullptr, "write into a damaged store all the same"}};
 
 }  // namespace
 
@@ -179,7 +181,7 @@ extern const Command kEmpty = {
     "Stores an empty value, so that programs read the default",
     "Items cannot be deleted.",
     "  $ vexadm empty wifi ssid",
-    {},
+    kEmptyOptions,
     2,
     2,
     false,

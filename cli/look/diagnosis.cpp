@@ -119,6 +119,7 @@ class Doctor {
       } else if (out_.backup.healthy()) {
         Finding& finding = fault(Text(
             "The primary is missing or empty, and the backup is there. Programs still read the backup."));
+        finding.write_loses = true;
         finding.next_start = Text(
             "nothing; but the first write makes a primary of that one item and copies it over "
             "the backup, and every other item is lost");
@@ -187,6 +188,7 @@ class Doctor {
     finding.person = Text(kRepair);
     if (!out_.primary.healthy() || is_empty(out_.primary)) return;
     if (out_.factory.healthy()) {
+      finding.write_loses = true;
       finding.next_start = Text(
           "copies the factory copy over the primary, although that is healthy: what was set "
           "since production is gone. Do not start a program before the repair");
@@ -224,9 +226,10 @@ class Doctor {
     if (!ahead.empty()) tell_ahead(ahead);
     if (only_backup.empty()) return;
     Finding& finding = fault(textf("Only the backup has %s.", names_of(only_backup).c_str()));
+    finding.write_loses = true;
     finding.next_start =
         Text("nothing; the next write of any item copies the primary over the backup, and they are lost");
-    finding.person = Text("keep them: vexadm dump > FILE now, vexadm load FILE afterwards");
+    finding.person = Text("keep them: vexadm dump > FILE, then vexadm load --force FILE");
   }
 
   bool is_last_write(const Item& item) const {
@@ -319,8 +322,9 @@ class Doctor {
           fault(textf("In the primary the checksum of %s is bad. The backup has it, until the next write "
                       "of any item copies the primary over that.",
                       names_of(saved).c_str()));
+      finding.write_loses = true;
       finding.next_start = Text("nothing");
-      finding.person = Text("keep it: vexadm get shows what the backup has, vexadm set stores it anew");
+      finding.person = Text("keep it: vexadm dump > FILE, then vexadm load --force FILE");
     }
   }
 

@@ -12,7 +12,8 @@
 namespace cli::look {
 
 struct Finding {
-  bool fault = false;  // else a remark: worth knowing, nothing is lost
+  bool fault = false;        // else a remark: worth knowing, nothing is lost
+  bool write_loses = false;  // the next write, or the start before it, loses what is still there
   Text what;
   Text next_start;  // of a program that uses the library; empty: nothing
   Text person;      // empty: nothing to do
@@ -34,6 +35,14 @@ struct Diagnosis {
   FileReport journal;
   JournalRow last_write;
   List<Finding> findings;
+
+  // The first finding for which nobody should write before a repair; null when there is none.
+  const Finding* against_writing() const {
+    for (const Finding& finding : findings) {
+      if (finding.write_loses) return &finding;
+    }
+    return nullptr;
+  }
 
   bool faulty() const {
     for (const Finding& finding : findings) {
