@@ -117,6 +117,7 @@ std::size_t width_of(std::string_view text) {
 }  // namespace
 
 void Table::print() const {
+  if (columns_ == 0) return;
   List<std::size_t> widths;
   for (std::size_t i = 0; i < columns_; ++i) widths.push(0);
   for (std::size_t i = 0; i < cells_.size(); ++i) {
