@@ -65,4 +65,9 @@ if(NOT VEXADM_INSTRUMENTED)
     LINKER:--gc-sections LINKER:--as-needed LINKER:-Bsymbolic-functions
     LINKER:--version-script=${VEXADM_EXPORTS})
   include(${CMAKE_CURRENT_LIST_DIR}/release.cmake)
+  vexa_release_options(vexadm)
+  # The path to a SQLite outside the system's folders serves tests in the build tree alone.
+  if(NOT VEXADM_TESTS)
+    set_target_properties(vexadm PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+  endif()
 endif()

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Debian packages by CPack, one for each component: libvexadm0, libvexadm-dev, libvexadm0-dbgsym. A further one
-# (programs, say) needs a component of its own in its install rules, its name in
+# Debian packages by CPack, one for each component: libvexadm0, libvexadm-dev, libvexadm0-dbgsym,
+# vexadm-tools. A further one needs a component of its own in its install rules, its name in
 # CPACK_COMPONENTS_ALL, and the block of CPACK_DEBIAN_<COMPONENT>_ variables.
 # Only with VEXADM_DEBIAN, which lays the files out as Debian does; presets deb and deb-armhf.
 set(DEBIAN_FILES ${PROJECT_SOURCE_DIR}/packaging/debian)
@@ -18,7 +18,7 @@ foreach(pair "CHANGELOG.md changelog.gz" "packaging/debian/changelog changelog.D
     OUTPUT_FILE ${PROJECT_BINARY_DIR}/${compressed} COMMAND_ERROR_IS_FATAL ANY)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${text})
 endforeach()
-foreach(pair "runtime libvexadm0" "development libvexadm-dev")
+foreach(pair "runtime libvexadm0" "development libvexadm-dev" "tools vexadm-tools")
   separate_arguments(pair)
   list(GET pair 0 component)
   list(GET pair 1 package)
@@ -44,6 +44,7 @@ install(CODE "
 file(GLOB EXAMPLES CONFIGURE_DEPENDS examples/*.c)
 install(FILES ${EXAMPLES} DESTINATION share/doc/libvexadm-dev/examples COMPONENT development)
 install(FILES docs/caveats.md docs/storage.md DESTINATION share/doc/libvexadm-dev COMPONENT development)
+install(FILES docs/storage.md docs/tool.md DESTINATION share/doc/vexadm-tools COMPONENT tools)
 
 # Stripped as Debian strips; who debugs a core file from the field needs what was taken away.
 foreach(pair "runtime strip" "debug keep")
@@ -57,6 +58,10 @@ foreach(pair "runtime strip" "debug keep")
       COMMAND_ERROR_IS_FATAL ANY)" COMPONENT ${component})
 endforeach()
 
+install(CODE "
+  execute_process(COMMAND ${CMAKE_STRIP} --remove-section=.comment --remove-section=.note
+    \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/vexadm COMMAND_ERROR_IS_FATAL ANY)" COMPONENT tools)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME libvexadm)
 set(CPACK_PACKAGE_CONTACT "The libvexadm authors")
@@ -65,7 +70,7 @@ set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_COMPONENTS_ALL runtime development debug)
+set(CPACK_COMPONENTS_ALL runtime development debug tools)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -113,9 +118,21 @@ set(CPACK_DEBIAN_DEBUG_PACKAGE_DEPENDS "libvexadm0 (= ${DEBIAN_VERSION})")
 set(CPACK_DEBIAN_DEBUG_DESCRIPTION "debug symbols for libvexadm0
 What a debugger needs to name functions, lines and variables of the library\nin a running process or a core file.")
 
-# The dependencies of the library are read from the built one, when it is packaged.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vexadm-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SOURCE libvexadm)
+# One for each unit or desk: whatever architecture it is for, it serves what asks for it by name.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION "admin\nMulti-Arch: foreign")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "look into the settings store of a router
+vexadm lists, reads and sets the settings that libvexadm keeps, says what is
+wrong with a store and what can be done, mends it, and writes it as text
+and back; on the unit, or at a desk with files copied from one.")
+
+# The dependencies of the library and the program are read from the built ones, when they are packaged.
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/package_depends.cmake)
 set(CPACK_VEXADM_LIBRARY ${PROJECT_BINARY_DIR}/libvexadm.so)
+set(CPACK_VEXADM_PROGRAM ${PROJECT_BINARY_DIR}/cli/vexadm)
+# It uses functions that only this very version is tested with.
+set(CPACK_VEXADM_PROGRAM_DEPENDS "libvexadm0 (= ${DEBIAN_VERSION})")
 set(CPACK_VEXADM_READELF ${CMAKE_READELF})
 set(CPACK_VEXADM_DEPENDS ${PROJECT_SOURCE_DIR}/tools/deb-depends)
 include(CPack)

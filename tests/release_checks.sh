@@ -54,11 +54,17 @@ same_bytes() {
     tar -C "$source" -c --exclude=./build --exclude=./.git . | tar -x -C "$copy"
     [ ! -d "$source/build/armhf-sysroot" ] || ln -s "$source/build/armhf-sysroot" "$copy/build/armhf-sysroot"
     (cd "$copy" && build_library cmake --preset "$preset" > log 2>&1 &&
-      nice cmake --build "build/$preset" --target vexadm >> log 2>&1) || { cat "$copy/log" >&2; exit 1; }
+      nice cmake --build "build/$preset" --target vexadm vexadm_cli >> log 2>&1) || { cat "$copy/log" >&2; exit 1; }
   done
   cmp "${copies[0]}/build/$preset/libvexadm.so" "${copies[1]}/build/$preset/libvexadm.so" ||
     complain "two folders, two libraries"
   if grep -aF "$place" "${copies[0]}/build/$preset/libvexadm.so"; then complain "the folder's name is in it"; fi
+  # The program as it is installed: in the build it names the folder that it finds the library in.
+  for copy in "${copies[@]}"; do
+    cmake --install "$copy/build/$preset" --component tools --prefix "$copy/installed" > /dev/null
+  done
+  cmp "${copies[0]}/installed/bin/vexadm" "${copies[1]}/installed/bin/vexadm" || complain "two folders, two programs"
+  if grep -aF "$place" "${copies[0]}/installed/bin/vexadm"; then complain "the folder's name is in the program"; fi
 }
 
 # flags_of BUILD_DIRECTORY: how a source that is not of the few hot ones is compiled.

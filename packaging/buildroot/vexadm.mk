@@ -18,6 +18,12 @@ VEXADM_CONF_OPTS = \
 	-DVEXADM_EXAMPLES=OFF \
 	-DVEXADM_HOT_OPTIONS=-O2
 
+ifeq ($(BR2_PACKAGE_VEXADM_TOOL),y)
+VEXADM_CONF_OPTS += -DVEXADM_TOOL=ON
+else
+VEXADM_CONF_OPTS += -DVEXADM_TOOL=OFF
+endif
+
 # Made from whatever is committed: no hash can be known beforehand.
 BR_NO_CHECK_HASH_FOR += $(VEXADM_SOURCE)
 

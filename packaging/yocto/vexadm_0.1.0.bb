@@ -16,4 +16,9 @@ inherit cmake
 
 EXTRA_OECMAKE = "-DVEXADM_TESTS=OFF -DVEXADM_EXAMPLES=OFF -DVEXADM_HOT_OPTIONS=-O2"
 
+# The program apart, for images that have no use for it.
+PACKAGES =+ "${PN}-tools"
+SUMMARY:${PN}-tools = "Looks into the settings store of a router"
+FILES:${PN}-tools = "${bindir}/vexadm ${datadir}/bash-completion/completions/vexadm"
+
 BBCLASSEXTEND = "native nativesdk"

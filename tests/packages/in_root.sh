@@ -50,6 +50,33 @@ same packages packages.before packages.now
 same files files.before files.now
 ! ldconfig -p | grep vexadm || fail "the loader still knows the library"
 
+echo "in_root: the program, as on a device and as at a desk"
+apt install "$PWD"/packages/libvexadm0_*.deb "$PWD"/packages/vexadm-tools_*.deb
+dpkg --verify vexadm-tools || fail "files of the program differ from their sums"
+mkdir /data
+vexadm set wifi ssid --type text --id 20 "Garden house" --quiet
+vexadm set wifi channel --type u8 --id 21 11 --quiet
+vexadm check > output || fail "the store is not healthy: $(cat output)"
+[ "$(vexadm list wifi)" = 'TABLE  KEY      ID  TYPE  LENGTH  CRC  VALUE
+wifi   channel  21  u8    1       ok   11
+wifi   ssid     20  text  12      ok   "Garden house"' ] || fail "listed: $(vexadm list wifi)"
+vexadm dump > saved
+vexadm clean --yes --quiet
+vexadm dump > output 2>&1 && fail "a clean store still has: $(cat output)"
+vexadm load saved --quiet
+vexadm dump | diff saved - || fail "what was loaded is something else"
+rm -r /data
+gzip -dc /usr/share/man/man1/vexadm.1.gz | grep -q '^\.TH VEXADM 1 ' || fail "no manual of the program"
+# shellcheck disable=SC1091,SC2034  # of the package; read by the completion
+(source /usr/share/bash-completion/completions/vexadm && COMP_WORDS=(vexadm chec) && COMP_CWORD=1 && _vexadm &&
+  [ "${COMPREPLY[*]}" = check ]) || fail "no completion"
+apt purge vexadm-tools libvexadm0
+apt autoremove --purge
+packages > packages.now
+files > files.now
+same packages packages.before packages.now
+same files files.before files.now
+
 echo "in_root: both packages and a compiler, as on a developer's machine"
 apt install gcc g++ libc6-dev pkgconf cmake make
 packages > packages.before

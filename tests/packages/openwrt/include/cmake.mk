@@ -18,15 +18,20 @@ define Configure
 		-DCMAKE_PREFIX_PATH=$(SYSROOT) -DCMAKE_SKIP_RPATH=TRUE $(CMAKE_OPTIONS) .
 endef
 
-# The real one asks for these fields, too.
+all:
+.PHONY: all built
+built:
+	$(call Configure)
+	ninja -C $(PKG_BUILD_DIR)
+	DESTDIR="$(PKG_INSTALL_DIR)" ninja -C $(PKG_BUILD_DIR) install
+	$(call Build/InstallDev,$(WORK)/staging)
+
+# The real one asks for these fields, too. Each package goes into a folder of its own.
 define BuildPackage
 $(eval $(call Package/$(1)))
 $(foreach field,PKG_NAME PKG_VERSION PKG_RELEASE PKG_LICENSE PKG_HASH SECTION CATEGORY TITLE DEPENDS,
   $(if $(value $(field)),,$(error $(1) lacks $(field))))
-all:
-	$$(call Configure)
-	ninja -C $(PKG_BUILD_DIR)
-	DESTDIR="$(PKG_INSTALL_DIR)" ninja -C $(PKG_BUILD_DIR) install
-	$$(call Build/InstallDev,$(WORK)/staging)
-	$$(call Package/$(1)/install,$(WORK)/target)
+all: pack-$(1)
+pack-$(1): built
+	$$(call Package/$(1)/install,$(WORK)/target/$(1))
 endef
