@@ -5,6 +5,7 @@
 
 #include <vexadm/version.h>
 
+#include "base/value.h"
 #include "command.h"
 #include "look/items.h"
 #include "registry.h"
@@ -75,6 +76,9 @@ int run_version(Arguments&) {
   return kDone;
 }
 
+// Names that a shell can be given, and a terminal shown.
+bool is_word(const Text& name) { return printable(name.view()).view() == name.view(); }
+
 // For completion: one word a line. "commands"; "options COMMAND"; "tables"; "keys TABLE".
 int run_words(Arguments& arguments) {
   const std::string_view kind = arguments.words[0];
@@ -100,9 +104,10 @@ int run_words(Arguments& arguments) {
     look::read_items(database, items, why);
     std::string_view last;
     for (const look::Item& item : items) {
-      if (kind == "tables" && item.table.view() != last) out.add(item.table.view()).add('\n');
+      if (kind == "tables" && item.table.view() != last && is_word(item.table))
+        out.add(item.table.view()).add('\n');
       if (kind == "keys" && arguments.word(1) != nullptr &&
-          look::same_table(item.table.view(), arguments.word(1))) {
+          look::same_table(item.table.view(), arguments.word(1)) && is_word(item.key)) {
         out.add(item.key.view()).add('\n');
       }
       last = item.table.view();

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/value.h"
 #include "command.h"
 
 namespace cli {
@@ -14,19 +15,17 @@ namespace {
 bool g_colour = false;
 
 void say(const char* format, std::va_list arguments) {
-  Text line("vexadm: ");
+  Text said;
   std::va_list again;
   va_copy(again, arguments);
   const int size = std::vsnprintf(nullptr, 0, format, arguments);
   if (size > 0)
-    std::vsnprintf(line.grow(static_cast<std::size_t>(size)), static_cast<std::size_t>(size) + 1, format,
+    std::vsnprintf(said.grow(static_cast<std::size_t>(size)), static_cast<std::size_t>(size) + 1, format,
                    again);
   va_end(again);
   // Names of a damaged store may hold what moves a terminal's cursor.
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    if (static_cast<unsigned char>(line.data()[i]) < 0x20 || line.data()[i] == 0x7F) line.data()[i] = '?';
-  }
-  line.add('\n');
+  Text line("vexadm: ");
+  line.add(printable(said.view()).view()).add('\n');
   std::fflush(stdout);
   std::fwrite(line.c_str(), 1, line.size(), stderr);
 }

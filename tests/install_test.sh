@@ -131,16 +131,17 @@ only_the_same_minor_version_is_found() {
 # The development component holds what a device does not need, and only that.
 components_divide_the_files() {
   local component
-  for component in runtime development; do
+  for component in runtime development tools; do
     "$cmake" --install "$build" --component "$component" --prefix "$scratch/$component" > "$scratch/log"
     (cd "$scratch/$component" && find . ! -type d -printf '%f\n' | sort) > "$scratch/$component.files"
   done
   grep -qx "libvexadm.so.$version" "$scratch/runtime.files" || fail "the library is not in runtime"
   ! grep -E '\.h$|\.cmake$|\.pc$|\.so$|[a-z]\.3$' "$scratch/runtime.files" || fail "these are not for a device"
   ! grep -F '.so.' "$scratch/development.files" || fail "the library is in development"
+  [ "$(xargs < "$scratch/tools.files")" = "vexadm vexadm" ] || fail "the program and its completion are not tools"
   installed
   (cd "$prefix" && find . ! -type d -printf '%f\n' | sort) > "$scratch/all.files"
-  sort "$scratch/runtime.files" "$scratch/development.files" | cmp - "$scratch/all.files" ||
+  sort "$scratch/runtime.files" "$scratch/development.files" "$scratch/tools.files" | cmp - "$scratch/all.files" ||
     fail "the components are not the whole"
 }
 

@@ -151,8 +151,10 @@ bool parse_hex(std::string_view digits, Text& out) {
   return high < 0;
 }
 
-void add_quoted(Text& out, std::string_view text) {
-  out.add('"');
+namespace {
+
+// Marked are the characters that get a backslash.
+void add_printable(Text& out, std::string_view text, std::string_view marked) {
   while (!text.empty()) {
     const std::size_t length = sequence_length(text);
     const std::string_view sequence = part(text, 0, length == 0 ? 1 : length);
@@ -162,12 +164,25 @@ void add_quoted(Text& out, std::string_view text) {
     } else if (is_c1_control(sequence)) {
       for (const char c : sequence) add_escaped(out, c);
     } else {
-      if (first == '"' || first == '\\') out.add('\\');
+      if (marked.find(sequence[0]) != std::string_view::npos) out.add('\\');
       out.add(sequence);
     }
     text.remove_prefix(sequence.size());
   }
+}
+
+}  // namespace
+
+void add_quoted(Text& out, std::string_view text) {
   out.add('"');
+  add_printable(out, text, "\"\\");
+  out.add('"');
+}
+
+Text printable(std::string_view text) {
+  Text out;
+  add_printable(out, text, "");
+  return out;
 }
 
 void add_name(Text& out, std::string_view name) {

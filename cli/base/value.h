@@ -30,6 +30,8 @@ bool parse_hex(std::string_view digits, Text& out);
 
 // In double quotes; what is not printable UTF-8 becomes \n, \t, \r or \xHH.
 void add_quoted(Text& out, std::string_view text);
+// For a line that a person reads: what is not printable UTF-8 as above, all else as it stands.
+Text printable(std::string_view text);
 // As it stands where it is one plain word, else quoted.
 void add_name(Text& out, std::string_view name);
 // Takes a text that add_quoted() wrote off the front of rest.

@@ -44,10 +44,12 @@ struct Line {
   Text about;
 };
 
-void wrap(Text& out, std::string_view first, std::string_view rest, const Text& text) {
+void wrap(Text& out, std::string_view first, std::string_view rest, const Text& raw) {
   constexpr std::size_t kWidth = 98;
   out.add(first);
   std::size_t column = rest.size();
+  // Names come from the store, and SQLite's words hold some too.
+  const Text text = printable(raw.view());
   std::string_view left = text.view();
   bool start = true;
   while (!left.empty()) {

@@ -43,7 +43,9 @@ int run_kv(Arguments& arguments) {
       if (arguments.json) {
         Json().object().text("name", pair.name).text("value", pair.value).end();
       } else {
-        print(Text(pair.value).add('\n'));
+        Text out;
+        add_text_line(out, pair.value);
+        print(out);
       }
       return kDone;
     }

@@ -121,7 +121,7 @@ int run_get(Arguments& arguments) {
     add_hex(out, item->value.view());
     out.add('\n');
   } else if (item->type == VEXA_DM_STRING) {
-    out.add(item->value.view()).add('\n');
+    add_text_line(out, item->value.view());
   } else {
     add_value(out, item->type, item->value.view());
     out.add('\n');

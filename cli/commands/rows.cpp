@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "commands/rows.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "base/value.h"
@@ -95,6 +97,10 @@ void add_verdict(Text& out, look::Verdict verdict) {
                         : verdict == look::Verdict::kEmpty ? Colour::kWarning
                                                            : Colour::kPlain;
   add_coloured(out, colour, look::verdict_name(verdict));
+}
+
+void add_text_line(Text& out, std::string_view text) {
+  out.add(isatty(STDOUT_FILENO) == 1 ? printable(text).view() : text).add('\n');
 }
 
 void Table::cell(std::string_view text, Colour colour) { cells_.push({Text(text), colour}); }

@@ -32,6 +32,9 @@ void add_item_fields(Json& json, const look::Item& item);
 // The verdict in its colour.
 void add_verdict(Text& out, look::Verdict verdict);
 
+// A text of the store as it is, for what reads it; on a terminal without what would move its cursor.
+void add_text_line(Text& out, std::string_view text);
+
 // Columns that are as wide as their widest cell.
 class Table {
  public:

@@ -29,7 +29,7 @@ struct Mark {
 // Opened and closed each time: no connection is open meanwhile whose locks the close would drop.
 Mark mark_of(const char* path) {
   Mark mark;
-  const int fd = open(path, O_RDONLY | O_CLOEXEC);
+  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return mark;
   struct stat entry {};
   if (fstat(fd, &entry) == 0 && pread(fd, mark.counter, sizeof mark.counter, 24) == sizeof mark.counter) {

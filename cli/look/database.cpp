@@ -20,8 +20,9 @@ constexpr int kBusyMilliseconds = 3000;
 // it is written and read, 2 for a write-ahead log.
 constexpr std::size_t kHeaderSize = 100;
 
+// Without waiting where a pipe stands in the place of a file, here and below.
 bool read_header(const char* path, unsigned char (&header)[kHeaderSize]) {
-  const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
   const bool whole = read(fd, header, kHeaderSize) == static_cast<ssize_t>(kHeaderSize);
   close(fd);
@@ -35,7 +36,7 @@ bool is_write_ahead(const char* path) {
 
 bool has_hot_journal(const char* path) {
   const Text journal = textf("%s-journal", path);
-  const int fd = ::open(journal.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = ::open(journal.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
   char first = 0;
   const bool begun = read(fd, &first, 1) == 1 && first != 0;

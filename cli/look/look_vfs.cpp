@@ -2,6 +2,7 @@
 #include "look/look_vfs.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -30,7 +31,7 @@ struct LookFile {
 LookFile* g_databases = nullptr;
 
 sqlite3_vfs* base_vfs(sqlite3_vfs* vfs) { return static_cast<sqlite3_vfs*>(vfs->pAppData); }
-LookFile* look(sqlite3_file* file) { return reinterpret_cast<LookFile*>(file); }
+LookFile* look(sqlite3_file* file) { return static_cast<LookFile*>(static_cast<void*>(file)); }
 
 // Takes the content into memory, where it can be changed.
 int take_shadow(LookFile* file) {
@@ -176,15 +177,29 @@ constexpr sqlite3_io_methods kMethods = {
     nullptr,
 };
 
+// A pipe would keep the open waiting, and a device has no end.
+bool is_file(const char* path) {
+  struct stat entry {};
+  return stat(path, &entry) == 0 && S_ISREG(entry.st_mode);
+}
+
+// SQLite gives a journal that it opens as such the owner of its database. It does not do so with one
+// that belongs to several databases, and reads both alike.
+int flags_to_look(int flags) {
+  flags &= ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_DELETEONCLOSE);
+  if ((flags & SQLITE_OPEN_MAIN_JOURNAL) != 0) {
+    flags = (flags & ~SQLITE_OPEN_MAIN_JOURNAL) | SQLITE_OPEN_SUPER_JOURNAL;
+  }
+  return flags | SQLITE_OPEN_READONLY;
+}
+
 int look_open(sqlite3_vfs* vfs, sqlite3_filename path, sqlite3_file* base, int flags, int* out_flags) {
   LookFile* file = look(base);
   std::memset(file, 0, sizeof *file);
   // Temporary files are kept in memory by the connection (see look::Database).
-  if (path == nullptr) return SQLITE_CANTOPEN;
+  if (path == nullptr || !is_file(path)) return SQLITE_CANTOPEN;
   file->real = reinterpret_cast<sqlite3_file*>(file + 1);
-  const int readable = (flags & ~(SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_DELETEONCLOSE)) |
-                       SQLITE_OPEN_READONLY;
-  if (const int code = base_vfs(vfs)->xOpen(base_vfs(vfs), path, file->real, readable, nullptr);
+  if (const int code = base_vfs(vfs)->xOpen(base_vfs(vfs), path, file->real, flags_to_look(flags), nullptr);
       code != SQLITE_OK) {
     if (file->real->pMethods != nullptr) file->real->pMethods->xClose(file->real);
     return code;

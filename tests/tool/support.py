@@ -213,7 +213,7 @@ def snapshot(*places):
 
 
 class ToolTest(unittest.TestCase):
-    maxDiff = None
+    maxDiff = 4000
 
     def setUp(self):
         if os.environ.get("VEXA_DEVICE_ROOT") != "1":
