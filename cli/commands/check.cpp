@@ -28,9 +28,9 @@ Text items_of(const ItemFile& file, const char* what) {
 }
 
 Text journal_of(const Diagnosis& diagnosis) {
-  const JournalRow& row = diagnosis.last_write;
+  const look::JournalRow& row = diagnosis.last_write;
   if (!row.found) return Text(diagnosis.journal.health == Health::kHealthy ? "no write on record" : "");
-  Text text = textf("%s, ", state_name(row.state));
+  Text text = textf("%s, ", look::state_name(row.state));
   add_name(text, row.table.view());
   text.add(' ');
   add_name(text, row.key.view());

@@ -10,10 +10,10 @@
 #include <vexadm/data_manager.h>
 #include <vexadm/storage.h>
 
-#include "base/input.h"
 #include "base/value.h"
 #include "commands/dump_format.h"
 #include "commands/rows.h"
+#include "input.h"
 #include "store_writer.h"
 
 namespace cli {

@@ -68,7 +68,7 @@ Plan plan_for(const Diagnosis& diagnosis, const look::Places& places) {
       plan.refresh_backup = true;
     }
   } else if (!backup_has_more(diagnosis)) {
-    const JournalRow& row = diagnosis.last_write;
+    const look::JournalRow& row = diagnosis.last_write;
     const bool cut_write = row.found && row.state == WS_READY;
     if (backup_lacks_something(diagnosis)) {
       // A write that was cut before it was complete: the library keeps the old value, and so does a repair.

@@ -2,10 +2,10 @@
 // set and empty: changing one item, by the library's journalled write.
 #include <vexadm/data_manager.h>
 
-#include "base/input.h"
 #include "base/value.h"
 #include "commands/item_write.h"
 #include "commands/rows.h"
+#include "input.h"
 #include "store_writer.h"
 
 namespace cli {

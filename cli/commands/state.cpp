@@ -10,56 +10,10 @@
 #include <vexadm/storage.h>
 
 #include "base/value.h"
-#include "commands/journal_row.h"
 #include "commands/rows.h"
+#include "look/journal.h"
 
 namespace cli {
-
-const char* state_name(int64_t state) {
-  switch (state) {
-    case WS_READY:
-      return "WS_READY";
-    case WS_WRITE_DONE:
-      return "WS_WRITE_DONE";
-    case WS_BACKUP_DONE:
-      return "WS_BACKUP_DONE";
-    default:
-      return "unknown";
-  }
-}
-
-JournalRow read_journal(const char* path) {
-  JournalRow row;
-  look::Database database;
-  if (database.open(path) != SQLITE_OK) {
-    row.missing = !look::exists(path);
-    row.why = Text(database.why().view());
-    return row;
-  }
-  // By name from what is there: older builds had fewer columns.
-  look::Query query(database, "select * from state where key='write_state'");
-  if (!query.next()) {
-    row.empty = !query.failed() || query.code() == SQLITE_ERROR;
-    row.why = Text(sqlite3_errmsg(database.get()));
-    return row;
-  }
-  const auto number = [&](const char* name) {
-    const int column = query.column(name);
-    return column < 0 ? int64_t{0} : query.number(column);
-  };
-  const auto text = [&](const char* name) {
-    const int column = query.column(name);
-    return column < 0 ? std::string_view() : query.bytes(column);
-  };
-  row.table = Text(text("item_table"));
-  row.key = Text(text("item_key"));
-  row.id = number("id");
-  row.type = number("type");
-  row.length = number("len");
-  row.state = number("state");
-  row.found = true;
-  return row;
-}
 
 namespace {
 
@@ -78,7 +32,7 @@ const char* meaning_of(int64_t state) {
 
 int run_journal(Arguments& arguments) {
   const look::Places places = arguments.places();
-  const JournalRow row = read_journal(places.journal.c_str());
+  const look::JournalRow row = look::read_journal(places.journal.c_str());
   if (!row.found && !row.missing && !row.empty) {
     return fail("%s cannot be read: %s; vexadm check tells more", places.journal.c_str(), row.why.c_str());
   }
@@ -91,7 +45,7 @@ int run_journal(Arguments& arguments) {
     }
     json.object().text("table", row.table.view()).text("key", row.key.view()).number("id", row.id);
     json.number("type", row.type).number("length", row.length).number("state", row.state);
-    json.text("state_name", state_name(row.state)).text("meaning", meaning_of(row.state)).end().end();
+    json.text("state_name", look::state_name(row.state)).text("meaning", meaning_of(row.state)).end().end();
     return kDone;
   }
   Text out;
@@ -105,7 +59,7 @@ int run_journal(Arguments& arguments) {
     add_name(out, row.key.view());
     out.addf(", id %lld, type %s, %lld bytes\nstate       %lld %s: %s\n", static_cast<long long>(row.id),
              type_name(row.type).c_str(), static_cast<long long>(row.length),
-             static_cast<long long>(row.state), state_name(row.state), meaning_of(row.state));
+             static_cast<long long>(row.state), look::state_name(row.state), meaning_of(row.state));
   }
   print(out);
   return kDone;

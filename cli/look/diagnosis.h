@@ -4,9 +4,9 @@
 #define VEXADM_CLI_DIAGNOSIS_H
 
 #include "base/text.h"
-#include "commands/journal_row.h"
 #include "look/database.h"
 #include "look/items.h"
+#include "look/journal.h"
 #include "look/places.h"
 
 namespace cli::look {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "base/input.h"
+#include "input.h"
 
 #include <fcntl.h>
 #include <unistd.h>

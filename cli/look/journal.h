@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 // The journal's one row.
-#ifndef VEXADM_CLI_JOURNAL_ROW_H
-#define VEXADM_CLI_JOURNAL_ROW_H
+#ifndef VEXADM_CLI_JOURNAL_H
+#define VEXADM_CLI_JOURNAL_H
 
 #include <cstdint>
 
 #include "base/text.h"
 
-namespace cli {
+namespace cli::look {
 
 struct JournalRow {
   bool found = false;
@@ -25,6 +25,6 @@ struct JournalRow {
 JournalRow read_journal(const char* path);
 const char* state_name(int64_t state);
 
-}  // namespace cli
+}  // namespace cli::look
 
 #endif
