@@ -28,11 +28,14 @@ using look::ItemFile;
 
 // What is to be done, in this order.
 struct Plan {
-  const Text* primary_from = nullptr;  // the file that the primary is made from
-  bool refresh_backup = false;         // the primary over the backup
+  enum class Source { kNone, kBackup, kFactory };
+  Source primary_from = Source::kNone;
+  bool refresh_backup = false;  // the primary over the backup
   bool remove_journal = false;
   bool finish_write = false;  // the item of the journal, from the primary to the backup
-  bool any() const { return primary_from != nullptr || refresh_backup || remove_journal || finish_write; }
+  bool any() const {
+    return primary_from != Source::kNone || refresh_backup || remove_journal || finish_write;
+  }
 };
 
 bool usable(const ItemFile& file) { return file.healthy() && file.has_rows(); }
@@ -58,13 +61,13 @@ bool backup_has_more(const Diagnosis& diagnosis) {
   return false;
 }
 
-Plan plan_for(const Diagnosis& diagnosis, const look::Places& places) {
+Plan plan_for(const Diagnosis& diagnosis) {
   Plan plan;
   if (!usable(diagnosis.primary)) {
     if (usable(diagnosis.backup)) {
-      plan.primary_from = &places.backup;
+      plan.primary_from = Plan::Source::kBackup;
     } else if (usable(diagnosis.factory)) {
-      plan.primary_from = &places.factory;
+      plan.primary_from = Plan::Source::kFactory;
       plan.refresh_backup = true;
     }
   } else if (!backup_has_more(diagnosis)) {
@@ -199,12 +202,16 @@ int refresh_backup() {
   return fail("the backup could not be made from the primary: the library says %d", result);
 }
 
+const Text& source_of(const Plan& plan, const look::Places& places) {
+  return plan.primary_from == Plan::Source::kBackup ? places.backup : places.factory;
+}
+
 int carry_out(const Plan& plan, const look::Places& places) {
   if (plan.remove_journal && unlink(places.journal.c_str()) != 0) {
     return fail("%s could not be deleted: %s", places.journal.c_str(), std::strerror(errno));
   }
-  if (plan.primary_from != nullptr) {
-    if (const int code = replace_primary(places, *plan.primary_from); code != kDone) return code;
+  if (plan.primary_from != Plan::Source::kNone) {
+    if (const int code = replace_primary(places, source_of(plan, places)); code != kDone) return code;
   }
   if (plan.finish_write && dm_sqlite_check_database() != 0) {
     tell_failures();
@@ -218,9 +225,9 @@ void tell_plan(const Plan& plan, const look::Places& places, bool to_do) {
   const char* end = to_do ? "" : "d";
   Text out;
   if (plan.remove_journal) out.addf("%sdelete%s %s\n", verb, end, places.journal.c_str());
-  if (plan.primary_from != nullptr) {
+  if (plan.primary_from != Plan::Source::kNone) {
     out.addf("%sreplace%s %s by a copy of %s\n", verb, end, places.primary.c_str(),
-             plan.primary_from->c_str());
+             source_of(plan, places).c_str());
   }
   if (plan.finish_write)
     out.addf("%s the item of the last write from primary to backup\n", to_do ? "would copy" : "copied");
@@ -232,10 +239,12 @@ void tell_plan(const Plan& plan, const look::Places& places, bool to_do) {
 }
 
 int run_repair(Arguments& arguments) {
+  // As the user names them: with --root the tree is the root from enter_store() on.
+  const look::Places named = arguments.places();
+  const Text root(arguments.root != nullptr ? arguments.root : "");
   {
-    const look::Places places = arguments.places();
-    const Diagnosis diagnosis = look::diagnose(places);
-    const Plan plan = plan_for(diagnosis, places);
+    const Diagnosis diagnosis = look::diagnose(named);
+    const Plan plan = plan_for(diagnosis);
     if (!plan.any()) {
       if (!diagnosis.faulty()) {
         note(arguments, "nothing to repair");
@@ -244,19 +253,18 @@ int run_repair(Arguments& arguments) {
       return fail("there are faults that no copy can mend; vexadm check tells what a person can do");
     }
     if (arguments.has("--dry-run")) {
-      tell_plan(plan, places, true);
+      tell_plan(plan, named, true);
       return kDone;
     }
   }
   if (const int code = enter_store(arguments); code != kDone) return code;
-  // Once more, with the paths that count from here on.
   const look::Places places = arguments.places();
-  const Plan plan = plan_for(look::diagnose(places), places);
+  const Plan plan = plan_for(look::diagnose(places));
   Text kept_in;
   if (const int code = keep_everything(places, kept_in); code != kDone) return code;
-  print(textf("everything as it was is kept in %s\n", kept_in.c_str()));
+  print(textf("everything as it was is kept in %s%s\n", root.c_str(), kept_in.c_str()));
   if (const int code = carry_out(plan, places); code != kDone) return code;
-  tell_plan(plan, places, false);
+  tell_plan(plan, named, false);
   if (!look::diagnose(places).faulty()) return kDone;
   return fail("there are faults left; vexadm check tells what a person can do");
 }
