@@ -43,9 +43,11 @@ bool usable(const ItemFile& file) { return file.healthy() && file.has_rows(); }
 bool backup_lacks_something(const Diagnosis& diagnosis) {
   if (!usable(diagnosis.backup)) return true;
   for (const look::Item& item : diagnosis.primary.items) {
+    // A second row of a key is never read.
+    if (look::find_exact(diagnosis.primary.items, item.table.view(), item.key.view()) != &item) continue;
     const look::Item* there = look::find_exact(diagnosis.backup.items, item.table.view(), item.key.view());
-    if (there == nullptr || there->value.view() != item.value.view() || there->verdict == look::Verdict::kBad)
-      return true;
+    if (there == nullptr || there->value.view() != item.value.view() || there->type != item.type) return true;
+    if (there->verdict == look::Verdict::kBad && item.verdict != look::Verdict::kBad) return true;
   }
   return false;
 }

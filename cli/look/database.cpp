@@ -59,6 +59,15 @@ Health health_of(int code, const char* path) {
   }
 }
 
+// A row of the check has one line or several, under a heading that names a file which is known.
+void add_problems(std::string_view row, List<Text>& out) {
+  while (!row.empty()) {
+    const std::string_view line = part(row, 0, row.find('\n'));
+    row.remove_prefix(line.size() == row.size() ? line.size() : line.size() + 1);
+    if (line != "ok" && !line.empty() && !line.starts_with("*** in database ")) out.push(Text(line));
+  }
+}
+
 }  // namespace
 
 int Database::open(const char* path) {
@@ -166,9 +175,7 @@ FileReport inspect(const char* path) {
   }
   report.schema_read = true;
   Query check(database, "pragma quick_check");
-  while (check.next()) {
-    if (check.bytes(0) != "ok") report.problems.push(Text(check.bytes(0)));
-  }
+  while (check.next()) add_problems(check.bytes(0), report.problems);
   report.health = check.failed() ? health_of(check.code(), path) : Health::kHealthy;
   if (check.failed()) report.why = Text(sqlite3_errmsg(database.get()));
   if (!report.problems.empty()) {

@@ -193,7 +193,8 @@ class Doctor {
           "copies the factory copy over the primary, although that is healthy: what was set "
           "since production is gone. Do not start a program before the repair");
     } else {
-      finding.next_start = Text("nothing; the next write of any item copies the primary over it");
+      // It finds no version there, and writes one, as any item.
+      finding.next_start = Text("copies the primary over it");
     }
   }
 
