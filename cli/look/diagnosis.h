@@ -35,6 +35,7 @@ struct Diagnosis {
   FileReport journal;
   JournalRow last_write;
   List<Finding> findings;
+  bool cut_write_told = false;  // which item a cut write left different is among them
 
   // The first finding for which nobody should write before a repair; null when there is none.
   const Finding* against_writing() const {

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+// What a store says about itself, and what lies beside it.
+#include <dirent.h>
+
+#include <cstring>
+
+#include <vexadm/storage.h>
+
+#include "base/value.h"
+#include "look/doctor.h"
+
+namespace cli::look {
+namespace {
+
+class RecordDoctor : Doctor {
+ public:
+  RecordDoctor(const Places& places, Diagnosis& out) : Doctor(places, out) {}
+
+  void run() {
+    look_at_journal();
+    look_at_versions();
+    look_at_defaults();
+    look_at_open_transactions();
+    look_at_leftovers();
+  }
+
+ private:
+  void look_at_journal() {
+    const FileReport& report = out_.journal;
+    if (report.health == Health::kMissing || unreadable("journal", places_.journal, report)) return;
+    if (report.health == Health::kNotDatabase ||
+        (report.health == Health::kCorrupt && !out_.last_write.found)) {
+      Finding& finding =
+          fault(textf("The journal is %s: a write that is cut cannot be finished. Nothing replaces it.",
+                      health_name(report.health)));
+      finding.next_start = Text("nothing; each write says that its journal failed");
+      finding.person = Text(kRepair);
+      return;
+    }
+    const JournalRow& row = out_.last_write;
+    if (!row.found || row.state == WS_BACKUP_DONE) return;
+    if (row.state != WS_READY && row.state != WS_WRITE_DONE) {
+      fault(textf("The journal is at state %lld, which the library never writes.",
+                  static_cast<long long>(row.state)));
+      return;
+    }
+    if (!out_.cut_write_told) tell_cut_write(row);
+  }
+
+  void tell_cut_write(const JournalRow& row) {
+    Item item;
+    item.table = Text(row.table.view());
+    item.key = Text(row.key.view());
+    const Text name = name_of(item);
+    if (!out_.primary.whole || !out_.backup.whole) {
+      remark(textf("The last write, of %s, was cut (%s). What of it the unreadable file has cannot be seen.",
+                   name.c_str(), state_name(row.state)))
+          .person = textf("the value that is left: vexadm get %s; ask what it should be", name.c_str());
+      return;
+    }
+    if (row.state == WS_WRITE_DONE) {
+      remark(textf("The journal says that the write of %s was cut at its end.", name.c_str())).next_start =
+          Text("copies the item to the backup, and leaves the journal as it is until the next write");
+      return;
+    }
+    remark(textf(
+        "The journal says that a write of %s was cut, before it had changed the primary or after it had "
+        "changed both.",
+        name.c_str()));
+  }
+
+  static const Item* version_in(const ItemFile& file) { return find(file.items, kVersionTable, kVersionKey); }
+
+  void check_version(const ItemFile& file, const char* name) {
+    if (!file.whole || !file.has_rows()) return;
+    const Item* record = version_in(file);
+    if (record == nullptr) {
+      Finding& finding = remark(textf("The %s has no version record.", name));
+      finding.next_start = Text("where the table of it is missing too, writes one");
+      return;
+    }
+    const uint32_t version = number_of(record->value.view());
+    if (record->value.size() == 4 && version == VEXA_SCHEMA_VERSION) return;
+    Finding& finding =
+        remark(textf("The %s was written for version %08x; this library is for %08x. It is used as it is.",
+                     name, version, VEXA_SCHEMA_VERSION));
+    finding.next_start =
+        Text("finishes no cut write, and takes defaults from the programs instead of the storage");
+  }
+
+  void look_at_versions() {
+    check_version(out_.primary, "primary");
+    check_version(out_.backup, "backup");
+  }
+
+  void look_at_defaults() {
+    const FileReport& report = out_.defaults.report;
+    if (report.health == Health::kMissing || unreadable("file of stored defaults", places_.defaults, report))
+      return;
+    if (report.health != Health::kHealthy) {
+      Finding& finding = fault(textf("The stored defaults are %s: programs use those they are compiled with.",
+                                     health_name(report.health)));
+      finding.person =
+          textf("delete %s; a program that constructs defaults makes it anew", places_.defaults.c_str());
+      return;
+    }
+    check_version(out_.defaults, "file of stored defaults");
+  }
+
+  void look_at_open_transactions() {
+    const struct {
+      const char* name;
+      const FileReport& report;
+    } files[] = {{"primary", out_.primary.report},
+                 {"backup", out_.backup.report},
+                 {"journal", out_.journal},
+                 {"file of stored defaults", out_.defaults.report}};
+    for (const auto& [name, report] : files) {
+      if (!report.hot_journal) continue;
+      Finding& finding =
+          remark(textf("The %s has a rollback journal beside it: a transaction was cut, or is running. "
+                       "What is shown here is without it.",
+                       name));
+      finding.next_start = Text("SQLite rolls it back, by itself");
+    }
+  }
+
+  static Text directory_of(const Text& path) {
+    const std::size_t slash = path.view().rfind('/');
+    return slash == std::string_view::npos ? Text(".") : Text(part(path.view(), 0, slash + 1));
+  }
+
+  void look_at_leftovers() {
+    const Text first = directory_of(places_.primary);
+    const Text second = directory_of(places_.backup);
+    look_for_copies(first);
+    if (second.view() != first.view()) look_for_copies(second);
+    if (const std::size_t count = count_dated(); count > 3) {
+      remark(textf("%s has %zu files with .db in their names, and cleans count on three copies at most.",
+                   places_.dated.c_str(), count))
+          .person = Text("move what is no dated copy elsewhere");
+    }
+  }
+
+  void look_for_copies(const Text& path) {
+    DIR* directory = opendir(path.c_str());
+    while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
+      if (std::strncmp(entry->d_name, ".vexadm-copy-", 13) != 0) continue;
+      Finding& finding = remark(textf("%s%s is a copy that is being made, or that was cut. It does no harm.",
+                                      path.c_str(), entry->d_name));
+      finding.person = Text("may be deleted while no program runs");
+    }
+    if (directory != nullptr) closedir(directory);
+  }
+};
+
+}  // namespace
+
+void look_at_records(const Places& places, Diagnosis& out) { RecordDoctor(places, out).run(); }
+
+}  // namespace cli::look
