@@ -13,7 +13,8 @@ namespace {
 
 constexpr std::size_t kMostKept = 16;
 
-Text g_failures[kMostKept];
+// Never destroyed: a destructor at the end needs the C++ run-time library on 32-bit ARM.
+Text* g_failures[kMostKept];
 std::size_t g_failure_count = 0;
 
 // The library's own line: time, level, thread, function, message. The last field is for people.
@@ -24,8 +25,8 @@ void keep_failure(const char* line) {
   const char* function = std::strstr(line, "] | ");
   const char* message = function != nullptr ? std::strstr(function + 4, " | ") : nullptr;
   if (message == nullptr || g_failure_count == kMostKept) return;
-  Text& kept = g_failures[g_failure_count++];
-  kept = Text(message + 3);
+  Text& kept = *new (checked_alloc(1, sizeof(Text))) Text(message + 3);
+  g_failures[g_failure_count++] = &kept;
   while (!kept.empty() && (kept.view().back() == '\n' || kept.view().back() == ' '))
     kept.shorten(kept.size() - 1);
 }
@@ -57,7 +58,7 @@ int enter_store(Arguments& arguments, Dated dated) {
 }
 
 void tell_failures() {
-  for (std::size_t i = 0; i < g_failure_count; ++i) fail("library: %s", g_failures[i].c_str());
+  for (std::size_t i = 0; i < g_failure_count; ++i) fail("library: %s", g_failures[i]->c_str());
 }
 
 }  // namespace cli

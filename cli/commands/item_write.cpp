@@ -28,6 +28,26 @@ void read(const Text& path, List<look::Item>& out) {
 
 }  // namespace
 
+namespace {
+
+// A word of SQL that cannot be a table's name, which the library writes without quotes.
+bool is_reserved(const Text& name) {
+  if (sqlite3_keyword_check(name.c_str(), static_cast<int>(name.size())) == 0 &&
+      sqlite3_strnicmp(name.c_str(), "sqlite_", 7) != 0) {
+    return false;
+  }
+  sqlite3* database = nullptr;
+  bool refused = sqlite3_open_v2(":memory:", &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY,
+                                 nullptr) != SQLITE_OK;
+  // Some words of SQL are names where no other meaning fits.
+  refused = refused || sqlite3_exec(database, textf("create table %s (key)", name.c_str()).c_str(), nullptr,
+                                    nullptr, nullptr) != SQLITE_OK;
+  sqlite3_close(database);
+  return refused;
+}
+
+}  // namespace
+
 Text refused_name(std::string_view table, std::string_view key) {
   for (const std::string_view name : {table, key}) {
     if (name.empty() || name.size() >= VEXA_DM_NAME_SIZE) {
@@ -39,6 +59,7 @@ Text refused_name(std::string_view table, std::string_view key) {
   }
   if (!is_identifier(table))
     return textf("\"%s\": a table's name has letters, digits and _", Text(table).c_str());
+  if (is_reserved(Text(table))) return textf("\"%s\": no table can have that name", Text(table).c_str());
   return Text();
 }
 

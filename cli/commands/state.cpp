@@ -197,10 +197,10 @@ extern const Command kVersions = {
     "else programs use the defaults that they are compiled with.",
     "  $ vexadm versions\n"
     "  library   00010001\n"
-    "  primary   00010001           /data/config.db\n"
-    "  backup    00010001           /data/configbak.db\n"
-    "  factory   not there          /vexanvbak/data/config.db\n"
-    "  defaults  00010001           /data/DefItems.db",
+    "  primary   00010001   /data/config.db\n"
+    "  backup    00010001   /data/configbak.db\n"
+    "  factory   not there  /vexanvbak/data/config.db\n"
+    "  defaults  00010001   /data/DefItems.db",
     {},
     0,
     0,
