@@ -3,7 +3,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -13,6 +12,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "look/tree_path.h"
 
 namespace cli {
 namespace {
@@ -71,10 +72,7 @@ class Entrance {
 
   // Below the tree, whatever symbolic links say: one that leads to /data means the tree's.
   int open_in_tree(const char* path) const {
-    open_how how = {};
-    how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
-    how.resolve = RESOLVE_IN_ROOT;
-    return static_cast<int>(syscall(SYS_openat2, fd_, path, &how, sizeof how));
+    return look::open_below(fd_, path, O_PATH | O_DIRECTORY | O_CLOEXEC);
   }
 
   // The new root has to be a file system of its own: a place cannot be mounted where the machine

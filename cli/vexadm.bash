@@ -39,7 +39,7 @@ _vexadm_ask() {
 _vexadm_paths() {
   compopt -o filenames 2> /dev/null || true  # outside of a completion there is nothing to set
   local lines
-  mapfile -t lines < <(compgen "$1" -- "$(_vexadm_plain "$typed")")
+  mapfile -t lines < <(compgen "$1" -- "$(_vexadm_plain "$typed")" | sort)
   COMPREPLY+=("${lines[@]}")
 }
 

@@ -168,7 +168,7 @@ extern const Command kGateway = {
     "The IPv6 default gateway of an interface",
     "",
     "  $ vexadm gateway wwan0\n"
-    "  fe80:0000:0000:0000:0000:0000:0000:0001",
+    "  fe80::1",
     {},
     1,
     1,

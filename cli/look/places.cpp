@@ -4,26 +4,21 @@
 #include <sys/stat.h>
 
 #include "look/database.h"
+#include "look/tree_path.h"
 
 namespace cli::look {
 namespace {
 
-Text join(std::string_view root, std::string_view path) {
-  Text out(root);
-  while (!out.empty() && out.view().back() == '/') out.shorten(out.size() - 1);
-  return std::move(out.add(path));
-}
-
+// The directory as the user gave it, the name behind it.
 Text in_directory(std::string_view root, const char* directory, std::string_view otherwise,
                   std::string_view name) {
-  Text out = join(root, directory != nullptr && directory[0] == '/' ? directory : "");
-  if (directory == nullptr) {
-    out.add(otherwise);
-  } else if (directory[0] != '/') {
-    if (!out.empty()) out.add('/');
-    out.add(directory);
-  }
-  return std::move(out.add(name));
+  Text path(directory != nullptr ? directory : otherwise);
+  path.add(name);
+  if (root.empty()) return path;
+  if (path.view()[0] == '/') return path_below(root, path.view());
+  Text below("/");
+  below.add(path.view());
+  return path_below(root, below.view());
 }
 
 }  // namespace
@@ -34,10 +29,10 @@ Places Places::below(std::string_view root, const char* store, const char* backu
   places.primary = in_directory(root, store, "/data/", "config.db");
   places.backup = in_directory(root, backup_store, "/data/", "configbak.db");
   places.journal = in_directory(root, store, "/data/", "state.db");
-  places.defaults = join(root, "/data/DefItems.db");
-  places.factory = join(root, "/vexanvbak/data/config.db");
-  places.export_csv = join(root, "/data/ExportCSV.csv");
-  places.dated = join(root, "/mnt/vendor/nvdata/");
+  places.defaults = path_below(root, "/data/DefItems.db");
+  places.factory = path_below(root, "/vexanvbak/data/config.db");
+  places.export_csv = path_below(root, "/data/ExportCSV.csv");
+  places.dated = path_below(root, "/mnt/vendor/nvdata/");
   return places;
 }
 
