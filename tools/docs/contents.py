@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 """What the documentation has, in the order in which it is shown."""
 
-# Title in the navigation, and the page. A page of tool.md is shown as soon as there is one.
+# Title in the navigation, and the page.
 GUIDE = [
     ("Overview", "README.md"),
     ("Getting started", "docs/getting-started.md"),
@@ -19,7 +19,6 @@ PROJECT = [
     ("Coverage", "docs/coverage.md"),
     ("Mutation run", "docs/mutants.md"),
 ]
-OPTIONAL = {"docs/tool.md"}
 
 # The families by their headers, each with the examples that show it.
 FAMILIES = {
