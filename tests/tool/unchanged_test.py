@@ -109,7 +109,6 @@ class Looking(ToolTest):
         self.assertEqual(self.vexadm("dump"), shown)
 
     def test_a_read_only_file_system_is_enough(self):
-        self.not_emulated("the mount is the machine's own")
         make_store()
         hot_journal(BACKUP)
         shown = self.vexadm("dump")
