@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Taking the command line apart.
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstring>
 
 #include "registry.h"
@@ -16,6 +19,10 @@ constexpr Option kGlobal[] = {
     {"--json", nullptr, "data as JSON"},
     {"--quiet", nullptr, "no remarks and no progress"},
 };
+
+// Commands that need no store, or name theirs in another way.
+constexpr std::string_view kWithoutStore[] = {"diff", "ussd", "at",      "gateway", "wait-ip",
+                                              "crc",  "help", "version", "__words"};
 
 const Option* find_option(std::span<const Option> options, std::string_view name) {
   for (const Option& option : options) {
@@ -131,7 +138,35 @@ class Parser {
     if (out_.json && !out_.command->json)
       return wrong_usage("%s has no --json form", out_.command->name.data());
     if (const int code = check_store("--store", out_.store); code != kDone) return code;
-    return check_store("--backup-store", out_.backup_store);
+    if (const int code = check_store("--backup-store", out_.backup_store); code != kDone) return code;
+    if (const int code = check_root(); code != kDone) return code;
+    return check_directory();
+  }
+
+  // A tree that is not there would look like a healthy, empty store.
+  int check_root() const {
+    if (out_.root == nullptr) return kDone;
+    if (out_.root[0] == '\0') return wrong_usage("--root is empty: which directory has the device tree?");
+    struct stat entry {};
+    if (stat(out_.root, &entry) != 0) return fail("--root %s: %s", out_.root, std::strerror(errno));
+    if (!S_ISDIR(entry.st_mode))
+      return fail("--root %s: a directory with a device tree was expected", out_.root);
+    return kDone;
+  }
+
+  // The same for the directory of the primary.
+  int check_directory() const {
+    for (const std::string_view name : kWithoutStore) {
+      if (out_.command->name == name) return kDone;
+    }
+    const Text primary = std::move(out_.places().primary);
+    const Text directory(part(primary.view(), 0, primary.view().rfind('/') + 1));
+    struct stat entry {};
+    if (stat(directory.c_str(), &entry) == 0 || errno != ENOENT) return kDone;
+    const bool asked = out_.root != nullptr || out_.store != nullptr;
+    return fail("%s is not there%s", directory.c_str(),
+                asked ? "; a device tree has data below it"
+                      : "; is this the unit? --root DIR looks into a copy of its files");
   }
 
   std::span<char*> values_;

@@ -101,9 +101,7 @@ int run_get(Arguments& arguments) {
   const look::Item* item = find_row(arguments, rows, items, arguments.words[0], arguments.words[1]);
   if (item == nullptr) return kFailed;
   const bool bad = item->verdict == look::Verdict::kBad;
-  if (bad) {
-    note(arguments, "%s fails its checksum: programs get the default instead", arguments.words[1]);
-  }
+  if (bad) fail("%s fails its checksum: programs get the default instead", arguments.words[1]);
   if (item->verdict == look::Verdict::kEmpty) {
     note(arguments, "%s holds no bytes: programs get the default instead", arguments.words[1]);
   }

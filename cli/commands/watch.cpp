@@ -1,44 +1,15 @@
 // SPDX-License-Identifier: MIT
 // watch: an item's changes as they come.
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include "base/value.h"
 #include "commands/rows.h"
+#include "look/mark.h"
 
 namespace cli {
 namespace {
-
-// What changes whenever the file's content does, without reading it: a commit counts up the number
-// at byte 24 (sqlite.org/fileformat.html, 1.3.7), and the library replaces the backup as a file.
-struct Mark {
-  dev_t device = 0;
-  ino_t inode = 0;
-  unsigned char counter[4] = {};
-  bool operator==(const Mark& other) const {
-    return device == other.device && inode == other.inode &&
-           std::memcmp(counter, other.counter, sizeof counter) == 0;
-  }
-};
-
-// Opened and closed each time: no connection is open meanwhile whose locks the close would drop.
-Mark mark_of(const char* path) {
-  Mark mark;
-  const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0) return mark;
-  struct stat entry {};
-  if (fstat(fd, &entry) == 0 && pread(fd, mark.counter, sizeof mark.counter, 24) == sizeof mark.counter) {
-    mark.device = entry.st_dev;
-    mark.inode = entry.st_ino;
-  }
-  close(fd);
-  return mark;
-}
 
 void pause_for(uint64_t milliseconds) {
   timespec span = {static_cast<time_t>(milliseconds / 1000),
@@ -130,7 +101,7 @@ int run_watch(Arguments& arguments) {
   View last;
   bool first = true;
   for (;;) {
-    const Mark mark = mark_of(places.backup.c_str());
+    const look::Mark mark = look::mark_of(places.backup.c_str());
     View view = look_at(places.backup.c_str(), arguments.words[0], arguments.words[1]);
     if (first || !(view == last)) {
       tell(arguments, view);
@@ -140,7 +111,11 @@ int run_watch(Arguments& arguments) {
       last = std::move(view);
       first = false;
     }
-    while (mark_of(places.backup.c_str()) == mark) pause_for(interval);
+    // What could not be read may become readable without a change: a lock that goes.
+    const bool waits = last.seen != Seen::kUnreadable;
+    do {
+      pause_for(interval);
+    } while (waits && look::mark_of(places.backup.c_str()) == mark);
   }
 }
 

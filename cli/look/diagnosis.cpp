@@ -7,6 +7,7 @@
 
 #include "base/value.h"
 #include "look/doctor.h"
+#include "look/mark.h"
 
 namespace cli::look {
 namespace {
@@ -78,7 +79,9 @@ std::size_t Doctor::count_dated() const {
   return count;
 }
 
-Diagnosis diagnose(const Places& places) {
+namespace {
+
+Diagnosis diagnose_once(const Places& places) {
   Diagnosis diagnosis;
   read_file(places.primary, diagnosis.primary);
   read_file(places.backup, diagnosis.backup);
@@ -90,6 +93,29 @@ Diagnosis diagnose(const Places& places) {
   look_at_items(places, diagnosis);
   look_at_records(places, diagnosis);
   return diagnosis;
+}
+
+struct Marks {
+  Mark primary;
+  Mark backup;
+  Mark journal;
+  explicit Marks(const Places& places)
+      : primary(mark_of(places.primary.c_str())),
+        backup(mark_of(places.backup.c_str())),
+        journal(mark_of(places.journal.c_str())) {}
+  bool operator==(const Marks&) const = default;
+};
+
+}  // namespace
+
+Diagnosis diagnose(const Places& places) {
+  // The files belong together only while no program writes: one that does is given the time to finish.
+  constexpr int kMostLooks = 20;
+  for (int look = 1;; ++look) {
+    const Marks before(places);
+    Diagnosis diagnosis = diagnose_once(places);
+    if (look == kMostLooks || before == Marks(places)) return diagnosis;
+  }
 }
 
 const char* health_name(Health health) {

@@ -48,6 +48,7 @@ class FileDoctor : Doctor {
       case Health::kCorrupt:
         if (report.schema_read) {
           Finding& finding = fault(textf("The primary is damaged: %s.", report.why.c_str()));
+          finding.write_loses = true;  // what is written
           finding.next_start = Text(
               "nothing, as its tables can still be named. Programs read the backup, and no "
               "write reaches that any more");

@@ -16,6 +16,7 @@ class ItemDoctor : Doctor {
     compare();
     look_at_rows(out_.backup, "backup");
     look_at_rows(out_.primary, "primary");
+    look_at_factory_rows();
   }
 
  private:
@@ -109,6 +110,18 @@ class ItemDoctor : Doctor {
       remark(textf("The %s has rows whose length is not what they say or what their type takes: %s.", name,
                    names_of(odd).c_str()));
     }
+  }
+
+  void look_at_factory_rows() {
+    List<const Item*> bad;
+    for (const Item& item : out_.factory.items) {
+      if (item.verdict == Verdict::kBad) bad.push(&item);
+    }
+    if (bad.empty()) return;
+    Finding& finding = fault(
+        textf("In the factory copy the checksum of %s is bad: a repair from it leaves that at the default.",
+              names_of(bad).c_str()));
+    finding.person = Text("put the factory copy of this model there again");
   }
 
   void tell_bad(const List<const Item*>& lost, const List<const Item*>& saved, const char* name,

@@ -91,6 +91,7 @@ class RecordDoctor : Doctor {
   void look_at_versions() {
     check_version(out_.primary, "primary");
     check_version(out_.backup, "backup");
+    check_version(out_.factory, "factory copy");
   }
 
   void look_at_defaults() {
@@ -114,7 +115,8 @@ class RecordDoctor : Doctor {
     } files[] = {{"primary", out_.primary.report},
                  {"backup", out_.backup.report},
                  {"journal", out_.journal},
-                 {"file of stored defaults", out_.defaults.report}};
+                 {"file of stored defaults", out_.defaults.report},
+                 {"factory copy", out_.factory.report}};
     for (const auto& [name, report] : files) {
       if (!report.hot_journal) continue;
       Finding& finding =
@@ -135,6 +137,9 @@ class RecordDoctor : Doctor {
     const Text second = directory_of(places_.backup);
     look_for_copies(first);
     if (second.view() != first.view()) look_for_copies(second);
+    look_for_logs(places_.primary, out_.primary.report);
+    look_for_logs(places_.backup, out_.backup.report);
+    look_for_logs(places_.journal, out_.journal);
     if (const std::size_t count = count_dated(); count > 3) {
       remark(textf("%s has %zu files with .db in their names, and cleans count on three copies at most.",
                    places_.dated.c_str(), count))
@@ -142,13 +147,30 @@ class RecordDoctor : Doctor {
     }
   }
 
+  // Of a write-ahead mode that the file is not in: another program's.
+  void look_for_logs(const Text& path, const FileReport& report) {
+    if (report.health == Health::kWriteAhead) return;
+    for (const char* suffix : {"-wal", "-shm"}) {
+      const Text log = textf("%s%s", path.c_str(), suffix);
+      if (!exists(log.c_str())) continue;
+      remark(textf("%s is of another program that had the file open. The library makes no such file.",
+                   log.c_str()))
+          .person = Text("may be deleted while no program runs");
+    }
+  }
+
   void look_for_copies(const Text& path) {
     DIR* directory = opendir(path.c_str());
     while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
-      if (std::strncmp(entry->d_name, ".vexadm-copy-", 13) != 0) continue;
-      Finding& finding = remark(textf("%s%s is a copy that is being made, or that was cut. It does no harm.",
-                                      path.c_str(), entry->d_name));
-      finding.person = Text("may be deleted while no program runs");
+      const std::string_view name = entry->d_name;
+      if (name.starts_with(".vexadm-copy-")) {
+        remark(textf("%s%s is a copy that is being made, or that was cut. It does no harm.", path.c_str(),
+                     entry->d_name))
+            .person = Text("may be deleted while no program runs");
+      } else if (name.starts_with("vexadm-repair_")) {
+        remark(textf("%s%s has what was there before a repair.", path.c_str(), entry->d_name)).person =
+            Text("take it to a desk if the cause is wanted; delete it when it is not");
+      }
     }
     if (directory != nullptr) closedir(directory);
   }

@@ -2,6 +2,7 @@
 """Each finding of check, word by word; and where it says what the next start does, the library is
 started and does just that."""
 import shutil
+import signal
 
 from support import *
 
@@ -486,6 +487,42 @@ no fault
         self.findings()
 
     # ---- beside --------------------------------------------------------------------
+
+    def test_a_factory_copy_is_looked_at_row_by_row(self):
+        make_store()
+        make_items(FACTORY, version=0x00010002)
+        sql(FACTORY, "update wifi set crc=1 where key='ssid'")
+        hot_journal(FACTORY)
+        self.findings(
+            fault("In the factory copy the checksum of wifi ssid is bad: a repair from it leaves that at the default.",
+                  person="put the factory copy of this model there again"),
+            remark("The factory copy was written for version 00010002; this library is for 00010001. It is used as it is.",
+                   "finishes no cut write, and takes defaults from the programs instead of the storage"),
+            remark("The factory copy has a rollback journal beside it: a transaction was cut, or is running. What is shown "
+                   "here is without it.", "SQLite rolls it back, by itself"))
+
+    def test_what_lies_beside_is_a_remark(self):
+        make_store()
+        write_bytes(BACKUP + "-shm", b"")
+        os.mkdir("/data/vexadm-repair_2026-11-02_08_15_00")
+        self.findings(
+            remark("/data/vexadm-repair_2026-11-02_08_15_00 has what was there before a repair.",
+                   person="take it to a desk if the cause is wanted; delete it when it is not"),
+            remark("/data/configbak.db-shm is of another program that had the file open. The library makes no such file.",
+                   person="may be deleted while no program runs"))
+
+    def test_a_program_that_writes_meanwhile_makes_no_fault(self):
+        make_store()
+        writer = subprocess.Popen(
+            ["sh", "-c", 'i=0; while :; do i=$((i+1)); "$@" "value $i" > /dev/null; done', "sh", *EMULATOR,
+             os.environ["VEXA_STORE_HOST"], "write", "wifi", "ssid", "5", "20"], start_new_session=True)
+        try:
+            for _ in range(max(2, 60 // SLOWER)):
+                result = self.vexadm("check")
+                self.assertEqual((result.code, result.err), (0, ""), result.out)
+        finally:
+            os.killpg(writer.pid, signal.SIGKILL)
+            writer.wait()
 
     def test_copies_that_were_cut_are_a_remark(self):
         make_store()

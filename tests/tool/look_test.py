@@ -179,8 +179,9 @@ class Getting(ToolTest):
         sql(BACKUP, "update wifi set value='garden house' where key='ssid'")
         remark = "vexadm: ssid fails its checksum: programs get the default instead\n"
         self.expect("get", "wifi", "ssid", out="garden house\n", err=remark, code=1)
-        self.expect("get", "wifi", "ssid", "--quiet", out="garden house\n", code=1)
-        self.assertEqual(self.json("get", "wifi", "ssid", "--quiet", code=1)["crc"], "bad")
+        self.expect("get", "wifi", "ssid", "--quiet", out="garden house\n", err=remark, code=1)
+        result = self.vexadm("get", "wifi", "ssid", "--json")
+        self.assertEqual((result.code, result.err, json.loads(result.out)["crc"]), (1, remark, "bad"))
 
     def test_get_of_an_empty_value_says_what_programs_get(self):
         sql(BACKUP, "update wifi set value='',len=0,crc=0 where key='ssid'")

@@ -79,7 +79,19 @@ class Inspecting(Tree):
         self.assertEqual(self.in_tree("get", "wifi", "ssid").out, "Garden house\n")
 
     def test_a_tree_that_is_not_there_fails(self):
-        self.expect("--root", "/nowhere", "list", code=1, err="vexadm: /nowhere/data/configbak.db is not there\n")
+        for command in (("list",), ("check", "--quiet"), ("repair",), ("backups",), ("watch", "wifi", "ssid")):
+            self.expect("--root", "/nowhere", *command, code=1, err="vexadm: --root /nowhere: No such file or directory\n")
+        self.expect("--root", "/etc/passwd", "check", code=1,
+                    err="vexadm: --root /etc/passwd: a directory with a device tree was expected\n")
+        self.expect("--root", "", "check", code=2,
+                    err="vexadm: --root is empty: which directory has the device tree?\n")
+        self.expect("--store", "/nowhere/", "check", code=1,
+                    err="vexadm: /nowhere/ is not there; a device tree has data below it\n")
+
+    def test_a_machine_that_is_no_unit_has_no_healthy_store(self):
+        os.rename("/data", "/elsewhere")
+        self.expect("check", code=1, err="vexadm: /data/ is not there; is this the unit? --root DIR looks into a copy "
+                                         "of its files\n")
 
     def test_an_ordinary_user_looks_into_it(self):
         self.as_nobody_possible()
@@ -234,6 +246,5 @@ class Refusal(Tree):
         os.mkdir("/tmp/empty")
         result = self.vexadm("--root", "/tmp/empty", "set", "t", "k", "--type", "u8", "--id", "1", "5")
         self.assertEqual(result, Result(
-            1, "", "vexadm: --root /tmp/empty: the library cannot work in a device tree here: /tmp/empty/data: No such file "
-                   "or directory; as root, or where user namespaces are allowed, it can\n"))
+            1, "", "vexadm: /tmp/empty/data/ is not there; a device tree has data below it\n"))
         self.assertEqual(os.listdir("/tmp/empty"), [])

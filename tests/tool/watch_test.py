@@ -35,6 +35,17 @@ class Watch(ToolTest):
         self.assertEqual(running.wait(timeout=30), 0)
         running.stdout.close()
 
+    def test_a_lock_that_goes_without_a_change_lets_it_see(self):
+        holder = sqlite3.connect(BACKUP, isolation_level=None)
+        holder.execute("begin exclusive")
+        running = self.watch("wifi", "ssid", "--count", "2")
+        self.assertEqual(self.told(running), "(the file cannot be read)")
+        holder.execute("rollback")
+        holder.close()
+        self.assertEqual(self.told(running), '"Garden house"')
+        self.assertEqual(running.wait(timeout=30), 0)
+        running.stdout.close()
+
     def test_json_is_one_document_a_line(self):
         running = self.watch("wifi", "channel", "--json", "--count", "2")
         first = json.loads(running.stdout.readline())
