@@ -17,5 +17,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 # What a test program opens below /lib and /usr/lib comes from the sysroot as far as it is there, all
 # else from this machine. The processor is one that routers have: it lacks what newer ones can do.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -cpu cortex-a7 -L ${VEXADM_ARMHF_SYSROOT})
-# The linker looks for the library's own libraries too; the library, as it ships, names no folder.
+# The linker looks for the library's own libraries too; the library, as it ships, names no folder. Quoted: the
+# folder may have blanks.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "\"-Wl,-rpath-link,${VEXADM_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf\"")
