@@ -175,6 +175,12 @@ class Getting(ToolTest):
         self.expect("get", "wifi", "SSID", code=1,
                     err="vexadm: /data/configbak.db has no SSID in table wifi; vexadm list wifi shows what there is\n")
 
+    def test_names_in_messages_cannot_move_the_cursor(self):
+        self.expect("get", "t\x1b[2J\u009b", "k", code=1,
+                    err="vexadm: /data/configbak.db has no table t\\x1b[2J\\xc2\\x9b; vexadm list shows what there is\n")
+        self.expect("set", "t", "k\n'", "x", "--type", "text", "--id", "1", code=2,
+                    err="vexadm: \"k\\n'\": names hold no single quote\n")
+
     def test_get_of_a_bad_checksum_shows_the_bytes_and_fails(self):
         sql(BACKUP, "update wifi set value='garden house' where key='ssid'")
         remark = "vexadm: ssid fails its checksum: programs get the default instead\n"

@@ -72,6 +72,16 @@ class Watch(ToolTest):
         self.assertEqual(running.wait(timeout=30), 0)
         running.stdout.close()
 
+    def test_another_file_with_the_same_counter_is_told(self):
+        running = self.watch("wifi", "ssid", "--count", "2")
+        self.assertEqual(self.told(running), '"Garden house"')
+        make_items("/data/new.db", changed("Router"))
+        self.assertEqual(read_bytes("/data/new.db")[24:28], read_bytes(BACKUP)[24:28])
+        os.rename("/data/new.db", BACKUP)
+        self.assertEqual(self.told(running), '"Router"')
+        self.assertEqual(running.wait(timeout=30), 0)
+        running.stdout.close()
+
     def test_files_that_cannot_be_read_and_empty_values_are_told(self):
         for make, text in ((lambda: spoil(BACKUP), "(the file cannot be read)"),
                            (lambda: self.host("write", "wifi", "ssid", "5", "20", ""),
