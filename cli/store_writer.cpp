@@ -39,18 +39,14 @@ void hear_library() {
 }
 
 int enter_store(Arguments& arguments, Dated dated) {
+  const char* backup = arguments.backup_store != nullptr ? arguments.backup_store : arguments.store;
   if (arguments.root != nullptr) {
     Text why;
-    if (!enter_device_tree(arguments.root, dated, why)) {
-      return fail(
-          "--root %s: the library cannot work in a device tree here: %s; as root, or where user namespaces "
-          "are allowed, it can",
-          arguments.root, why.c_str());
-    }
+    if (!enter_device_tree(arguments.root, arguments.store, backup, dated, why))
+      return fail("--root %s: %s", arguments.root, why.c_str());
     arguments.root = nullptr;  // it is the root now
   }
   hear_library();
-  const char* backup = arguments.backup_store != nullptr ? arguments.backup_store : arguments.store;
   if (vexa_dm_reg_store_area(VEXA_DM_BACKEND_SQLITE, arguments.store, backup) != nullptr) {
     return fail("--store is longer than the library takes");
   }

@@ -9,16 +9,17 @@ from support import *
 
 NOBODY = 65534
 UNSHARE = {"x86_64": 272, "aarch64": 97, "armv7l": 337}
+MOUNT_SETATTR = 442
 
 
-def refuse_namespaces():
-    """From here on unshare() fails with EPERM, as where a container or the kernel's settings forbid it."""
+def refuse(call):
+    """From here on the system call fails with EPERM."""
     libc = ctypes.CDLL(None, use_errno=True)
 
     def instruction(code, jump_true, jump_false, value):
         return struct.pack("<HBBI", code, jump_true, jump_false, value)
 
-    program = (instruction(0x20, 0, 0, 0) + instruction(0x15, 0, 1, UNSHARE[platform.machine()]) +
+    program = (instruction(0x20, 0, 0, 0) + instruction(0x15, 0, 1, call) +
                instruction(0x06, 0, 0, 0x00050001) + instruction(0x06, 0, 0, 0x7FFF0000))
     buffer = ctypes.create_string_buffer(program)
     filter_program = struct.pack("HxxxxxxQ" if ctypes.sizeof(ctypes.c_void_p) == 8 else "HxxI", 4, ctypes.addressof(buffer))
@@ -26,11 +27,18 @@ def refuse_namespaces():
         raise OSError(ctypes.get_errno(), "no seccomp filter")
 
 
+def refuse_namespaces():
+    """As where a container or the kernel's settings forbid them."""
+    refuse(UNSHARE[platform.machine()])
+
+
 class Tree(ToolTest):
     tree = "/tmp/tree"
 
     def setUp(self):
         super().setUp()
+        # What counts lines cannot leave its counts where all of the machine is read-only.
+        os.environ["GCOV_ERROR_FILE"] = "/dev/null"
         make_store(changed("Machine"))
         os.makedirs(self.tree + "/data")
         make_store(directory=self.tree + "/data/")
@@ -223,8 +231,123 @@ class Writing(Tree):
         self.assertEqual(self.dump(), GARDEN_DUMP)
         self.machine_is_untouched()
 
+    STORE = "/tmp/store/"
+
+    def moved_everywhere(self):
+        """A store that lies outside the places of a device, on the machine and in the tree."""
+        make_store(changed("Machine"), self.STORE)
+        os.makedirs(self.tree + self.STORE)
+        make_store(changed("Tree"), self.tree + self.STORE)
+        self.machine = snapshot("/data", self.STORE)
+
+    def machine_is_untouched_everywhere(self):
+        self.assertEqual(snapshot("/data", self.STORE), self.machine)
+        self.assertEqual(self.dump(), GARDEN_DUMP)
+
+    def ssid_in_tree(self, name="configbak.db"):
+        return self.vexadm("get", "wifi", "ssid", "--file", self.tree + self.STORE + name).out
+
+    def test_a_store_outside_the_places_is_the_trees(self):
+        self.moved_everywhere()
+        for store in ("/tmp/store/", "tmp/store/", "/tmp//store/"):
+            self.assertEqual(self.in_tree("--store", store, "set", "wifi", "ssid", store), Result(0, "", STORED))
+            self.assertEqual(self.ssid_in_tree(), store + "\n")
+        spoil(self.tree + self.STORE + "config.db")
+        self.assertEqual(self.in_tree("--store", self.STORE, "repair").code, 0)
+        self.assertEqual(self.ssid_in_tree("config.db"), "/tmp//store/\n")
+        self.assertEqual(self.in_tree("--store", self.STORE, "clean", "--yes", "--quiet"), Result(0, "", ""))
+        self.assertFalse(os.path.exists(self.tree + self.STORE + "config.db"))
+        self.machine_is_untouched_everywhere()
+
+    def test_a_backup_outside_the_places_is_the_trees(self):
+        self.moved_everywhere()
+        os.mkdir(self.tree + "/data/moved")
+        make_store(changed("Moved"), self.tree + "/data/moved/")
+        shutil.copyfile(self.tree + "/data/moved/config.db", self.tree + self.STORE + "configbak.db")
+        self.assertEqual(self.in_tree("--store", "/data/moved/", "--backup-store", self.STORE, "set", "wifi", "ssid", "Both"),
+                         Result(0, "", STORED))
+        self.assertEqual(self.ssid_in_tree(), "Both\n")
+        self.expect("get", "wifi", "ssid", "--file", self.tree + "/data/moved/config.db", out="Both\n")
+        self.machine_is_untouched_everywhere()
+
+    SEEN = "/data/seen"
+
+    def mounts_of_a_command(self, **options):
+        """What a shell command of the library sees: mount points by whether they can be written."""
+        os.mkdir(self.tree + "/data/bin")
+        write_bytes(self.tree + "/data/bin/date", b"#!/bin/sh\n: > /dev/null && cat /proc/self/mountinfo > /data/seen\n"
+                                                  b"echo now\n")
+        os.chmod(self.tree + "/data/bin/date", 0o755)
+        result = self.in_tree("clean", "--backup", "--yes", "--quiet", environment={"PATH": "/data/bin:" + os.environ["PATH"]}, **options)
+        self.assertEqual(result, Result(0, "", ""))
+        lines = [line.split() for line in read_bytes(self.tree + self.SEEN).decode().splitlines()]
+        return {writable: {line[4] for line in lines if ("rw" in line[5].split(",")) == writable} for writable in (True, False)}
+
+    def test_what_is_the_machines_is_read_only(self):
+        seen = self.mounts_of_a_command()
+        self.assertEqual(seen[True], {"/", "/data", "/mnt/vendor/nvdata"})
+        self.assertLessEqual({"/usr", "/etc", "/dev", "/proc"}, seen[False])
+
+    def test_with_an_older_kernel_most_of_the_machine_is_read_only(self):
+        seen = self.mounts_of_a_command(preexec_fn=lambda: refuse(MOUNT_SETATTR))
+        self.assertLessEqual({"/", "/data"}, seen[True])
+        self.assertLessEqual({"/usr", "/etc", "/dev", "/proc"}, seen[False])
+
 
 class Refusal(Tree):
+    def refused(self, reason, *words):
+        before = snapshot(self.tree)
+        result = self.in_tree(*(words or ("set", "--force", "wifi", "ssid", "--type", "text", "--id", "20", "x")))
+        self.assertEqual(result, Result(1, "", f"vexadm: --root /tmp/tree: {reason}\n"))
+        self.assertEqual(snapshot(self.tree), before)
+        self.machine_is_untouched()
+
+    def test_a_file_that_is_a_link_out_of_the_tree_is_refused(self):
+        self.not_emulated("the emulator does not know openat2")
+        make_store(changed("Elsewhere"), "/tmp/elsewhere/")
+        os.mkdir(self.tree + "/flash")
+        elsewhere = snapshot("/tmp/elsewhere")
+        for name in ("config.db", "configbak.db", "state.db", "DefItems.db", "ExportCSV.csv"):
+            path = f"{self.tree}/data/{name}"
+            kept = read_bytes(path) if os.path.exists(path) else None
+            for target in (f"/tmp/elsewhere/{name}", f"../../elsewhere/{name}", f"/flash/{name}", "/usr/bin/env", name):
+                if os.path.lexists(path):
+                    os.unlink(path)
+                write_bytes(f"{self.tree}/flash/{name}", kept or b"")
+                os.symlink(target, path)
+                self.refused(f"/tmp/tree/data/{name} is a link that leads nowhere, or out of what the library sees of the "
+                             "tree: put the file itself there")
+            os.unlink(path)
+            if kept is not None:
+                write_bytes(path, kept)
+        self.assertEqual(snapshot("/tmp/elsewhere"), elsewhere)
+        # Within the places a link is as good as the file.
+        os.rename(self.tree + "/data/config.db", self.tree + "/data/real.db")
+        os.symlink("/data/real.db", self.tree + "/data/config.db")
+        self.assertEqual(self.in_tree("set", "wifi", "ssid", "Linked"), Result(0, "", STORED))
+        self.expect("get", "wifi", "ssid", "--file", self.tree + "/data/real.db", out="Linked\n")
+        self.machine_is_untouched()
+
+    def test_a_store_that_cannot_be_shown_is_refused(self):
+        self.not_emulated("the emulator does not know openat2")
+        words = ("set", "--force", "wifi", "ssid", "--type", "text", "--id", "20", "x")
+        self.refused("/tmp/tree/tmp/none/ is not there: make it first", "--store", "/tmp/none/", *words)
+        self.refused("/tmp/tree/tmp/none/ is not there: make it first", "--backup-store", "/tmp/none/", *words)
+        for store in ("/usr/", "/", "/usr/vexadm-has-no-such/"):
+            os.makedirs(self.tree + store, exist_ok=True)
+            make_store(directory=self.tree + store)
+            self.refused(f"the tree's {store} cannot take the place of the machine's; move a copy below /tmp/tree/data, "
+                         "and name that", "--store", store, *words)
+            self.assertFalse(os.path.exists("/usr/vexadm-has-no-such"))
+
+    def test_something_else_in_the_place_of_a_directory_is_told(self):
+        self.not_emulated("the emulator does not know openat2")
+        write_bytes(self.tree + "/mnt", b"")
+        self.refused("/tmp/tree/mnt/vendor/nvdata: where the library needs a directory is something else")
+        os.unlink(self.tree + "/mnt")
+        self.assertEqual(self.vexadm("--root", "/nowhere", "load", "-", stdin=GARDEN_DUMP), Result(
+            1, "", "vexadm: --root /nowhere: No such file or directory\n"))
+
     def test_without_namespaces_it_refuses_and_changes_nothing(self):
         before = snapshot(self.tree)
         spoiled = self.tree + "/data/config.db"
