@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "look/look_vfs.h"
@@ -34,8 +35,11 @@ bool is_write_ahead(const char* path) {
   return read_header(path, header) && std::memcmp(header, "SQLite format 3", 16) == 0 && header[19] == 2;
 }
 
+// Beside the file itself, where the path is a link.
 bool has_hot_journal(const char* path) {
-  const Text journal = textf("%s-journal", path);
+  char* real = realpath(path, nullptr);
+  const Text journal = textf("%s-journal", real != nullptr ? real : path);
+  std::free(real);
   const int fd = ::open(journal.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
   char first = 0;

@@ -3,6 +3,7 @@
 to the byte; and healthy afterwards."""
 import re
 import shutil
+import time
 
 from support import *
 
@@ -218,6 +219,220 @@ class Repair(ToolTest):
                          (1, "vexadm: there are faults left; vexadm check tells what a person can do\n"))
         self.assertEqual(KEPT.sub("", result.out), f"deleted {JOURNAL}\n")
 
+    def test_an_empty_store_is_not_filled_from_the_factory_copy(self):
+        make_items(FACTORY)
+        self.expect("repair", err="vexadm: nothing to repair\n")
+        self.assertEqual(os.listdir("/data"), [])
+
+    def test_two_within_a_second_are_kept_apart(self):
+        make_store()
+        spoil(PRIMARY)
+        now = time.time()
+        for second in range(60):
+            os.mkdir(time.strftime("/data/vexadm-repair_%Y-%m-%d_%H_%M_%S", time.localtime(now + second)))
+        result = self.vexadm("repair")
+        self.assertEqual((result.code, result.err), (0, ""))
+        kept = re.match(r"everything as it was is kept in (/data/vexadm-repair_[-0-9_]{19}_2)\n", result.out).group(1)
+        self.assertEqual(sorted(os.listdir(kept)), ["config.db", "configbak.db", "state.db"])
+
+    # ---- what a cut write has left ---------------------------------------------
+
+    def two_are_stale(self):
+        make_items(PRIMARY, [one._replace(value=b"\x07") if one.key == "channel" else one for one in changed("Router")])
+        make_items(BACKUP)
+
+    def test_more_than_the_cut_write_is_copied_as_check_says(self):
+        for state in (READY, WRITE_DONE):
+            self.two_are_stale()
+            make_journal(state)
+            self.assertIn("vexadm repair copies the primary over the backup", " ".join(self.vexadm("check").out.split()))
+            shutil.rmtree(self.refreshed())
+            self.assertEqual(rows_of(BACKUP), rows_of(PRIMARY))
+
+    def test_a_cut_write_does_not_hide_a_bad_checksum_of_another_item(self):
+        for items in (GARDEN, changed("Router")):
+            make_store()
+            make_items(PRIMARY, items)
+            make_journal(READY)
+            sql(BACKUP, "update wifi set crc=1 where key='psk'")
+            self.assertIn("stop the router's programs, then: vexadm repair", " ".join(self.vexadm("check").out.split()))
+            shutil.rmtree(self.refreshed())
+            self.assertEqual(rows_of(BACKUP), rows_of(PRIMARY))
+
+    def test_a_cut_write_whose_journal_says_another_type_is_copied_all_the_same(self):
+        make_store()
+        make_items(PRIMARY, changed("Router"))
+        make_journal(WRITE_DONE, item("wifi", 20, "ssid", BYTES, b"Router"))
+        result = self.vexadm("repair")
+        self.assertEqual((result.code, result.err), (0, ""))
+        self.assertEqual(KEPT.sub("", result.out), "copied the item of the last write from primary to backup\n"
+                                                   f"copied {PRIMARY} over {BACKUP}\n")
+        self.assertEqual(rows_of(BACKUP)["wifi"], rows_of(PRIMARY)["wifi"])
+        self.expect("repair", err="vexadm: nothing to repair\n")
+
+    # ---- versions --------------------------------------------------------------
+
+    def test_another_version_stays_what_it_is(self):
+        for version in (0x00010000, 0x00010002, None):
+            make_items(PRIMARY, changed("Router"), version=version)
+            make_items(BACKUP, version=version)
+            make_journal()
+            shutil.rmtree(self.refreshed())
+            self.assertEqual(rows_of(BACKUP), rows_of(PRIMARY))
+            self.assertEqual(rows_of(BACKUP).get("SQL_VER_TAB"), None if version is None else [
+                (65537, b"SQL_VER_KEY", 3, 4, crc_of(version.to_bytes(4, "little")), version.to_bytes(4, "little"))])
+            os.unlink(BACKUP)
+            shutil.rmtree(self.refreshed())
+            self.assertEqual(rows_of(BACKUP), rows_of(PRIMARY))
+
+    def test_the_version_record_stays_what_it_is(self):
+        make_store()
+        make_items(PRIMARY, changed("Router"))
+        sql(PRIMARY, "update SQL_VER_TAB set id=7")
+        rows = rows_of(PRIMARY)
+        self.refreshed()
+        self.assertEqual((rows_of(PRIMARY), rows_of(BACKUP)), (rows, rows))
+
+    # ---- links that an integrator has placed -----------------------------------
+
+    def linked_store(self):
+        make_store(directory="/data/flash/")
+        os.symlink("/data/flash/config.db", PRIMARY)
+        os.symlink("flash/configbak.db", BACKUP)
+        os.symlink("flash/state.db", JOURNAL)
+
+    def links_stay(self):
+        self.assertEqual([os.readlink(path) for path in (PRIMARY, BACKUP, JOURNAL)],
+                         ["/data/flash/config.db", "flash/configbak.db", "flash/state.db"])
+
+    def repair_of_links(self, done):
+        result = self.vexadm("repair")
+        self.assertEqual((result.code, result.err, KEPT.sub("", result.out)), (0, "", done))
+        self.links_stay()
+        self.assertEqual(self.vexadm("check", "--quiet").code, 0)
+        return KEPT.match(result.out).group(1)
+
+    def test_a_link_stays_a_link_and_the_evidence_beside_the_file_is_kept(self):
+        self.linked_store()
+        hot_journal("/data/flash/config.db")
+        spoil("/data/flash/config.db-journal", 600, 8000)
+        journal = read_bytes("/data/flash/config.db-journal")
+        spoil("/data/flash/config.db")
+        spoiled = read_bytes(PRIMARY)
+        self.assertTrue(json.loads(self.vexadm("check", "--json").out)["files"]["primary"]["open_transaction"])
+        kept = self.repair_of_links(f"replaced {PRIMARY} by a copy of {BACKUP}\n")
+        self.assertEqual(sorted(os.listdir(kept)), ["config.db", "config.db-journal", "configbak.db", "state.db"])
+        self.assertEqual((read_bytes(kept + "/config.db"), read_bytes(kept + "/config.db-journal")), (spoiled, journal))
+        self.assertFalse(os.path.exists("/data/flash/config.db-journal"))
+        self.expect("dump", "--file", "/data/flash/config.db", out=GARDEN_DUMP)
+
+    def test_a_link_to_a_file_that_is_gone_leads_to_the_new_one(self):
+        self.linked_store()
+        os.unlink("/data/flash/config.db")
+        self.repair_of_links(f"replaced {PRIMARY} by a copy of {BACKUP}\n")
+        self.expect("dump", "--file", "/data/flash/config.db", out=GARDEN_DUMP)
+
+    def test_a_backup_and_a_journal_behind_links_are_mended_there(self):
+        self.linked_store()
+        sql(PRIMARY, "update SQL_VER_TAB set value=x'00000100', crc=0")  # which the program copies itself
+        write_bytes("/data/flash/configbak.db", b"x" * 9000)
+        write_bytes("/data/flash/state.db", b"x" * 9000)
+        self.repair_of_links(f"deleted {JOURNAL}\ncopied {PRIMARY} over {BACKUP}\n")
+        self.assertEqual(rows_of("/data/flash/configbak.db"), rows_of("/data/flash/config.db"))
+        self.assertFalse(os.path.exists("/data/flash/state.db"))
+
+    # ---- files that cannot be read ---------------------------------------------
+
+    def refuses(self, path, why, locked=False):
+        """What could not be read may be all that is left of the settings."""
+        before = snapshot("/data", "/vexanvbak")
+        program = connect(path) if locked else None
+        if locked:  # only now: whoever closes a file drops the locks that its process has on it
+            program.execute("begin exclusive")
+        for words in (("--dry-run",), ()):
+            self.expect("repair", *words, code=1, err=f"vexadm: {path} cannot be read: {why}; nothing was repaired\n")
+        if locked:
+            program.close()
+        self.assertEqual(snapshot("/data", "/vexanvbak"), before)
+
+    def refuses_while_locked(self, path):
+        self.refuses(path, "database is locked", locked=True)
+
+    def test_a_primary_that_a_program_has_locked_is_not_replaced(self):
+        make_store()
+        make_items(PRIMARY, changed("Newer"))
+        self.refuses_while_locked(PRIMARY)
+
+    def test_a_backup_that_a_program_has_locked_is_neither_replaced_nor_passed_over(self):
+        make_store()
+        make_items(FACTORY, changed("Factory"))
+        self.refuses_while_locked(BACKUP)
+        spoil(PRIMARY)
+        self.refuses_while_locked(BACKUP)
+
+    def test_a_factory_copy_that_is_locked_is_waited_for_where_it_is_needed(self):
+        make_store()
+        make_items(FACTORY)
+        spoil(PRIMARY)
+        spoil(BACKUP)
+        self.refuses_while_locked(FACTORY)
+
+    def test_a_journal_that_a_program_has_locked_stops_it(self):
+        make_store()
+        make_items(PRIMARY, changed("Newer"))
+        self.refuses_while_locked(JOURNAL)
+
+    def test_a_file_in_write_ahead_mode_is_not_replaced(self):
+        for path in (PRIMARY, BACKUP):
+            make_store()
+            make_items(FACTORY)
+            sql(path, "pragma journal_mode=wal")
+            self.refuses(path, "in write-ahead mode")
+
+    def test_a_file_too_large_to_roll_back_in_memory_is_not_replaced(self):
+        make_store()
+        hot_journal(PRIMARY)
+        os.truncate(PRIMARY, 300 << 20)
+        self.refuses(PRIMARY, "database or disk is full")
+
+    def test_something_else_in_the_place_of_a_file_stops_it(self):
+        for path in (PRIMARY, BACKUP, JOURNAL):
+            for make in (os.mkfifo, os.mkdir):
+                make_store()
+                os.unlink(path)
+                make(path)
+                self.refuses(path, "not a file")
+                os.rmdir(path) if make is os.mkdir else os.unlink(path)
+
+    # ---- for other programs ----------------------------------------------------
+
+    def test_json_has_each_step(self):
+        make_store()
+        self.assertEqual(self.json("repair"), {"kept_in": None, "steps": [], "done": True})
+        spoil(PRIMARY)
+        write_bytes(JOURNAL, b"x" * 9000)
+        steps = [{"action": "delete", "file": JOURNAL, "from": None}, {"action": "replace", "file": PRIMARY, "from": BACKUP}]
+        self.assertEqual(self.json("repair", "--dry-run"), {"kept_in": None, "steps": steps, "done": False})
+        answer = self.json("repair")
+        self.assertTrue(os.path.isdir(answer.pop("kept_in")))
+        self.assertEqual(answer, {"steps": steps, "done": True})
+        make_store()
+        make_items(PRIMARY, changed("Router"))
+        self.assertEqual(self.json("repair", "--dry-run")["steps"], [{"action": "copy", "file": BACKUP, "from": PRIMARY}])
+        make_journal(WRITE_DONE, item("wifi", 20, "ssid", TEXT, "Router"))
+        self.assertEqual(self.json("repair")["steps"], [{"action": "copy_item", "file": BACKUP, "from": PRIMARY}])
+
+    def test_json_of_faults_that_are_left_says_so(self):
+        make_store()
+        for path in (PRIMARY, BACKUP):
+            sql(path, "update NET set crc=1")
+        result = self.vexadm("repair", "--json")
+        self.assertEqual((result.code, result.err), (1, NO_COPY_HELPS))
+        self.assertEqual(json.loads(result.out), {"kept_in": None, "steps": [], "done": False})
+        write_bytes(JOURNAL, b"x" * 9000)
+        result = self.vexadm("repair", "--json")
+        self.assertEqual((result.code, json.loads(result.out)["done"]), (1, False))
+
     # ---- failures in the middle ------------------------------------------------
 
     def fails_and_touches_nothing(self, *pattern, **options):
@@ -232,9 +447,12 @@ class Repair(ToolTest):
     def test_a_file_that_cannot_be_kept_stops_it(self):
         make_store()
         spoil(PRIMARY)
-        os.mkdir(JOURNAL + "-journal")
-        self.fails_and_touches_nothing(r"\Avexadm: /data/state.db-journal could not be copied to /data/vexadm-repair_.*: "
-                                       r"Is a directory; nothing was repaired\n\Z")
+        for make in (os.mkdir, os.mkfifo):
+            make(JOURNAL + "-shm")
+            self.fails_and_touches_nothing(r"\Avexadm: /data/state.db-shm could not be copied to /data/vexadm-repair_.*: "
+                                           r"not a file; nothing was repaired\n\Z")
+            self.assertEqual(sorted(os.listdir("/data")), ["config.db", "configbak.db", "state.db", "state.db-shm"])
+            os.rmdir(JOURNAL + "-shm") if make is os.mkdir else os.unlink(JOURNAL + "-shm")
 
     def test_a_store_that_cannot_be_written_stays_as_it_was(self):
         make_store()
@@ -259,6 +477,9 @@ class Repair(ToolTest):
             self.assertRegex(result.err, r"\Avexadm: .*No space left on device.*\n\Z")
             for path, data in before.items():
                 self.assertTrue(read_bytes(path) == data, (pages, path))
+            # A copy that is not complete is no copy, and takes what little room there is.
+            kept = [name for name in os.listdir("/data") if name.startswith("vexadm-repair_")]
+            self.assertEqual(len(kept), 0 if result.err.endswith("; nothing was repaired\n") else 1)
             subprocess.run(["umount", "/data"], check=True)
         else:
             self.fail("it never succeeded")

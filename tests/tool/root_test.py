@@ -2,6 +2,7 @@
 """--root: a copied tree is looked into by anybody, and written in a namespace of its own, or not at all."""
 import ctypes
 import platform
+import re
 import shutil
 import struct
 
@@ -168,6 +169,16 @@ class Writing(Tree):
         self.assertEqual(len(names), 1)
         self.assertFalse(os.path.exists(self.tree + "/data/config.db"))
         self.machine_is_untouched()
+
+    def test_repair_says_where_the_copy_is_in_the_tree(self):
+        shutil.copytree(self.tree + "/data", self.tree + "/data/moved")
+        for store in ("data/moved/", "/data/moved/"):
+            spoil(self.tree + "/data/moved/config.db")
+            result = self.in_tree("--store", store, "repair")
+            self.assertEqual((result.code, result.err), (0, ""))
+            kept = re.match(r"everything as it was is kept in (/tmp/tree/data/moved/vexadm-repair_[-0-9_]+)\n",
+                            result.out).group(1)
+            self.assertTrue(os.path.isdir(kept))
 
     def test_repair_takes_the_factory_copy_of_the_tree(self):
         os.makedirs(self.tree + "/vexanvbak/data")
