@@ -1,97 +1,134 @@
 // SPDX-License-Identifier: MIT
-// export and clean: what the library does to whole files.
-#include <fcntl.h>
-#include <unistd.h>
+// export: the library's CSV, read again behind it.
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include <vexadm/data_manager.h>
 #include <vexadm/storage.h>
 
+#include "caught_output.h"
 #include "commands/rows.h"
 #include "store_writer.h"
 
 namespace cli {
 namespace {
 
-// The library says on standard output that it is done, where only the answer belongs.
-class SilentOutput {
- public:
-  SilentOutput() : saved_(dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere >= 0) {
-      dup2(nowhere, STDOUT_FILENO);
-      close(nowhere);
-    }
-  }
-  SilentOutput(const SilentOutput&) = delete;
-  SilentOutput& operator=(const SilentOutput&) = delete;
-  ~SilentOutput() {
-    std::fflush(stdout);
-    if (saved_ >= 0) {
-      dup2(saved_, STDOUT_FILENO);
-      close(saved_);
-    }
-  }
+constexpr std::string_view kLineEnd("\r\n\0", 3);
 
- private:
-  int saved_;
+// How many line ends the CSV of the primary has.
+struct Lines {
+  std::size_t count = 1;  // the header
+  bool whole = false;     // every table could be read to its end
+  Text why;
 };
 
+std::size_t count_ends(std::string_view text) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = text.find(kLineEnd, at)) != std::string_view::npos; at += kLineEnd.size())
+    ++count;
+  return count;
+}
+
+// A text that ends in CR LF makes a line end of its own with the NUL behind it.
+std::size_t ends_in_value(const look::Query& row) {
+  if (static_cast<int32_t>(row.number(1)) != VEXA_DM_STRING) return 0;
+  const auto length = static_cast<int32_t>(row.number(0));
+  Text value(part(row.bytes(2), 0, static_cast<std::size_t>(std::max(length, 0))));
+  value.add('\0');
+  return count_ends(value.view());
+}
+
+// By the library's own statement, which leaves out a table that it cannot name or that is not of items.
+void count_rows(const look::Database& database, const Text& table, Lines& out) {
+  look::Query rows(database, textf("select len, type, value, key from %s", table.c_str()).c_str());
+  if (rows.code() == SQLITE_ERROR) return;
+  while (rows.next()) out.count += 1 + ends_in_value(rows);
+  if (!rows.failed()) return;
+  out.whole = false;
+  out.why = Text(sqlite3_errmsg(database.get()));
+}
+
+Lines lines_of(const Text& primary) {
+  Lines lines;
+  look::Database database;
+  if (database.open(primary.c_str()) != SQLITE_OK) {
+    lines.why = Text(database.why().view());
+    return lines;
+  }
+  lines.whole = true;
+  look::Query tables(database, "select name from sqlite_master where type='table'");
+  while (tables.next()) count_rows(database, Text(tables.bytes(0)), lines);
+  if (tables.failed()) {
+    lines.whole = false;
+    lines.why = Text(sqlite3_errmsg(database.get()));
+  }
+  return lines;
+}
+
+// The line ends of the file; 0 where its last line has none.
+bool read_csv(const Text& path, std::size_t& ends) {
+  std::FILE* file = std::fopen(path.c_str(), "re");
+  if (file == nullptr) return false;
+  Text content;
+  for (std::size_t count = 1; count > 0;) {
+    char block[4096];
+    count = std::fread(block, 1, sizeof block, file);
+    content.add(std::string_view(block, count));
+  }
+  const bool whole = std::ferror(file) == 0;
+  std::fclose(file);
+  ends = content.view().ends_with(kLineEnd) ? count_ends(content.view()) : 0;
+  return whole;
+}
+
+// The library does not look whether there was room for what it writes.
+int check_csv(const Text& csv, const Text& named, const Lines& before, const Lines& after) {
+  std::size_t ends = 0;
+  if (!read_csv(csv, ends)) return fail("%s cannot be read: %s", named.c_str(), std::strerror(errno));
+  if (ends < before.count) return fail("%s is cut: is the storage full?", named.c_str());
+  // A program may have added items between.
+  if (ends > std::max(before.count, after.count)) {
+    return fail("%s has more than the primary: delete it, and export again", named.c_str());
+  }
+  return kDone;
+}
+
 int run_export(Arguments& arguments) {
-  const look::Places places = arguments.places();
+  const look::Places named = arguments.places();
   {
     look::Database database;
-    if (database.open(places.primary.c_str()) != SQLITE_OK) {
-      return fail("%s cannot be read: %s; vexadm check tells more", places.primary.c_str(),
+    if (database.open(named.primary.c_str()) != SQLITE_OK) {
+      return fail("%s cannot be read: %s; vexadm check tells more", named.primary.c_str(),
                   database.why().c_str());
     }
   }
   if (const int code = enter_store(arguments); code != kDone) return code;
-  uint32_t result = 0;
-  {
-    const SilentOutput silent;
-    result = dm_read_all_tabs_from_db(DB_CONFIG);
-  }
+  const look::Places places = arguments.places();
+  const Lines before = lines_of(places.primary);
+  CaughtOutput caught;
+  const uint32_t result = dm_read_all_tabs_from_db(DB_CONFIG);
+  caught.give_back();
   if (result != 0) {
+    caught.tell();
     tell_failures();
-    return fail("%s was not written: the library says %d", places.export_csv.c_str(),
+    return fail("%s was not written: the library says %d", named.export_csv.c_str(),
                 static_cast<int32_t>(result));
   }
-  print(textf("%s\n", places.export_csv.c_str()));
-  return kDone;
-}
-
-int run_clean(Arguments& arguments) {
-  const look::Places places = arguments.places();
-  if (!arguments.has("--yes")) {
-    return wrong_usage("this deletes %s, its backup and its journal; say --yes if that is meant",
-                       places.primary.c_str());
+  const Lines after = lines_of(places.primary);
+  if (!before.whole || !after.whole) {
+    caught.tell();
+    return fail("%s is damaged, and %s has not all of it: %s; vexadm check tells more", named.primary.c_str(),
+                named.export_csv.c_str(), (before.whole ? after : before).why.c_str());
   }
-  if (!look::exists(places.primary.c_str())) {
-    return fail("%s is not there: nothing was cleaned", places.primary.c_str());
-  }
-  const bool with_copy = arguments.has("--backup");
-  if (const int code = enter_store(arguments, with_copy ? Dated::kMade : Dated::kAsItIs); code != kDone)
+  if (const int code = check_csv(places.export_csv, named.export_csv, before, after); code != kDone) {
+    caught.tell();
     return code;
-  // The backend's own function: a handle would begin with a start-up, which writes.
-  char copy[] = "copy";
-  const uint32_t result = dm_sqlite_clean(with_copy ? copy : nullptr);
-  if (result != 0) {
-    tell_failures();
-    return fail(
-        "not all was cleaned: the library stopped at a file that could not be deleted; vexadm check shows "
-        "what is left");
   }
-  note(arguments, "clean; programs that run now write into new files, or fail, until they start again");
+  print(textf("%s\n", named.export_csv.c_str()));
   return kDone;
 }
-
-constexpr Option kCleanOptions[] = {
-    {"--backup", nullptr, "leave a dated copy of the primary first; vexadm backups lists them"},
-    {"--yes", nullptr, "meant so"},
-};
 
 }  // namespace
 
@@ -108,19 +145,6 @@ extern const Command kExport = {
     0,
     false,
     run_export,
-};
-
-extern const Command kClean = {
-    "clean",
-    "[--backup] --yes",
-    "Deletes primary, backup and journal: every item is back at its default",
-    "Stored defaults stay. Stop the programs of the router first.",
-    "  $ vexadm clean --backup --yes",
-    kCleanOptions,
-    0,
-    0,
-    false,
-    run_clean,
 };
 
 }  // namespace cli

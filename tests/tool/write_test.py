@@ -156,7 +156,7 @@ class Cleaning(ToolTest):
                     err="vexadm: clean; programs that run now write into new files, or fail, until they start again\n")
         self.assertEqual(os.listdir("/data"), ["DefItems.db"])
         self.assertEqual(os.listdir(DATED), [])
-        self.expect("clean", "--yes", code=1, err="vexadm: /data/config.db is not there: nothing was cleaned\n")
+        self.expect("clean", "--yes", code=1, err="vexadm: /data/config.db is not there, nor are its backup and its journal: nothing was cleaned\n")
 
     def test_clean_with_backup_leaves_a_dated_copy(self):
         make_store()
