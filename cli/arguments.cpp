@@ -163,10 +163,11 @@ class Parser {
     const Text directory(part(primary.view(), 0, primary.view().rfind('/') + 1));
     struct stat entry {};
     if (stat(directory.c_str(), &entry) == 0 || errno != ENOENT) return kDone;
-    const bool asked = out_.root != nullptr || out_.store != nullptr;
-    return fail("%s is not there%s", directory.c_str(),
-                asked ? "; a device tree has data below it"
-                      : "; is this the unit? --root DIR looks into a copy of its files");
+    if (out_.root != nullptr)
+      return fail("--root %s: %s is not there: make it first", out_.root, directory.c_str());
+    if (out_.store != nullptr) return fail("--store %s is not there: make it first", out_.store);
+    return fail("%s is not there; is this the unit? --root DIR looks into a copy of its files",
+                directory.c_str());
   }
 
   std::span<char*> values_;

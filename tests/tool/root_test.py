@@ -95,7 +95,7 @@ class Inspecting(Tree):
         self.expect("--root", "", "check", code=2,
                     err="vexadm: --root is empty: which directory has the device tree?\n")
         self.expect("--store", "/nowhere/", "check", code=1,
-                    err="vexadm: /nowhere/ is not there; a device tree has data below it\n")
+                    err="vexadm: --store /nowhere/ is not there: make it first\n")
 
     def test_a_machine_that_is_no_unit_has_no_healthy_store(self):
         os.rename("/data", "/elsewhere")
@@ -380,5 +380,5 @@ class Refusal(Tree):
         os.mkdir("/tmp/empty")
         result = self.vexadm("--root", "/tmp/empty", "set", "t", "k", "--type", "u8", "--id", "1", "5")
         self.assertEqual(result, Result(
-            1, "", "vexadm: /tmp/empty/data/ is not there; a device tree has data below it\n"))
+            1, "", "vexadm: --root /tmp/empty: /tmp/empty/data/ is not there: make it first\n"))
         self.assertEqual(os.listdir("/tmp/empty"), [])
