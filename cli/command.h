@@ -89,6 +89,9 @@ class Progress {
   bool dirty_ = false;
 };
 
+// From here on a person at a terminal is told when another program's lock is waited for.
+void tell_of_waiting(const Arguments& arguments);
+
 // Colour of standard output, where a person looks at it and has not asked for none (no-color.org).
 enum class Colour { kPlain, kGood, kBad, kWarning, kDim, kBold };
 void use_colour();

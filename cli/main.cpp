@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
   if (const int code = cli::parse(argc - 1, argv + (argc > 0 ? 1 : 0), arguments); code != cli::kDone)
     return code;
   cli::use_colour();
+  cli::tell_of_waiting(arguments);
   const int code = arguments.command->run(arguments);
   // An answer that did not reach its file is none.
   if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {

@@ -8,6 +8,7 @@
 
 #include "base/value.h"
 #include "command.h"
+#include "look/database.h"
 
 namespace cli {
 namespace {
@@ -67,6 +68,26 @@ void Progress::step(const char* what, std::size_t done, std::size_t all) {
 void Progress::end() {
   if (dirty_) std::fputs("\r\033[K", stderr);
   dirty_ = false;
+}
+
+namespace {
+
+bool g_waiting_told = false;
+
+void tell_waiting(const char* path) {
+  if (path == nullptr) {
+    if (g_waiting_told) std::fputs("\r\033[K", stderr);
+    g_waiting_told = false;
+  } else if (!g_waiting_told) {
+    std::fprintf(stderr, "waiting for a lock on %s", path);
+    g_waiting_told = true;
+  }
+}
+
+}  // namespace
+
+void tell_of_waiting(const Arguments& arguments) {
+  if (!arguments.quiet && isatty(STDERR_FILENO) == 1) look::tell_of_waiting(tell_waiting);
 }
 
 void use_colour() {

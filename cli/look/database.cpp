@@ -16,6 +16,10 @@ namespace {
 
 // As long as the library waits.
 constexpr int kBusyMilliseconds = 3000;
+constexpr int kPauseMilliseconds = 20;
+constexpr int kWorthTelling = 300;
+
+void (*g_tell_of_waiting)(const char* path) = nullptr;
 
 // The file format's first bytes (sqlite.org/fileformat.html, 1.3): magic text, then at 18 and 19 how
 // it is written and read, 2 for a write-ahead log.
@@ -74,19 +78,33 @@ void add_problems(std::string_view row, List<Text>& out) {
 
 }  // namespace
 
+void tell_of_waiting(void (*tell)(const char* path)) { g_tell_of_waiting = tell; }
+
+int Database::wait(void* database, int times) {
+  const int waited = times * kPauseMilliseconds;
+  if (waited >= kBusyMilliseconds) return 0;
+  if (waited >= kWorthTelling && g_tell_of_waiting != nullptr) {
+    g_tell_of_waiting(static_cast<const Database*>(database)->path_);
+  }
+  sqlite3_sleep(kPauseMilliseconds);
+  return 1;
+}
+
 int Database::open(const char* path) {
   close();
   const char* view = register_look_vfs();
   code_ = view == nullptr ? SQLITE_ERROR
                           : sqlite3_open_v2(path, &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, view);
   if (code_ == SQLITE_OK) {
-    sqlite3_busy_timeout(db_, kBusyMilliseconds);
+    path_ = path;
+    sqlite3_busy_handler(db_, wait, this);
     // A schema from who knows where must not run anything.
     sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     code_ = sqlite3_exec(db_, "pragma temp_store=memory; begin; select count(*) from sqlite_master", nullptr,
                          nullptr, nullptr);
   }
+  if (g_tell_of_waiting != nullptr) g_tell_of_waiting(nullptr);
   if (code_ != SQLITE_OK) {
     why_ = Text(db_ != nullptr ? sqlite3_errmsg(db_) : "SQLite has no view");
     if (code_ == SQLITE_CANTOPEN && access(path, R_OK) != 0) why_ = Text(std::strerror(errno));

@@ -30,10 +30,17 @@ class Database {
   bool is_open() const { return db_ != nullptr && code_ == SQLITE_OK; }
 
  private:
+  static int wait(void* database, int times);
+
   sqlite3* db_ = nullptr;
+  const char* path_ = nullptr;  // while it is being opened
   int code_ = SQLITE_CANTOPEN;
   Text why_;
 };
+
+// Told with the path when a connection has waited for another program's lock for a while, and with
+// null when it goes on. For a person who would wonder.
+void tell_of_waiting(void (*tell)(const char* path));
 
 // A statement and its rows.
 class Query {

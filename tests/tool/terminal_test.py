@@ -104,6 +104,17 @@ class Terminal(ToolTest):
         write_bytes("/tmp/dump", b"vexadm dump 1\nt a 1 u8 5\n")
         self.expect("load", "--force", "/tmp/dump", err="vexadm: 1 item stored\n")
 
+    def test_a_wait_for_a_lock_is_told_there_alone(self):
+        make_store()
+        holder = sqlite3.connect(BACKUP, isolation_level=None)
+        holder.execute("begin exclusive")
+        refusal = "vexadm: /data/configbak.db cannot be read: database is locked; vexadm check tells more\n"
+        waiting = "waiting for a lock on /data/configbak.db\r\x1b[K"
+        self.assertEqual(self.on_terminal("get", "wifi", "ssid", stream="stderr"), (waiting + refusal, ""))
+        self.assertEqual(self.on_terminal("get", "wifi", "ssid", "--quiet", stream="stderr"), (refusal, ""))
+        self.expect("get", "wifi", "ssid", code=1, err=refusal)
+        holder.close()
+
 
 class Session(ToolTest):
     def test_a_person_finds_an_item_by_the_tabulator_and_changes_it(self):
