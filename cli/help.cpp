@@ -5,6 +5,7 @@
 
 #include <vexadm/version.h>
 
+#include "base/json.h"
 #include "base/value.h"
 #include "command.h"
 #include "look/items.h"
@@ -71,8 +72,12 @@ int run_help(Arguments& arguments) {
   return kDone;
 }
 
-int run_version(Arguments&) {
-  print(Text("vexadm " VEXADM_VERSION "\n"));
+int run_version(Arguments& arguments) {
+  if (arguments.json) {
+    Json().object().text("version", VEXADM_VERSION).end();
+  } else {
+    print(Text("vexadm " VEXADM_VERSION "\n"));
+  }
   return kDone;
 }
 
@@ -133,7 +138,7 @@ extern const Command kVersion = {
     {},
     0,
     0,
-    false,
+    true,
     run_version,
 };
 

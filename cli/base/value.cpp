@@ -99,6 +99,8 @@ std::optional<int32_t> parse_type(std::string_view name) {
   return type;
 }
 
+bool is_int32(int64_t number) { return number >= INT32_MIN && number <= INT32_MAX; }
+
 std::size_t number_size(int64_t type) {
   const TypeRow* row = row_of(type);
   return row != nullptr ? row->size : 0;
@@ -188,8 +190,8 @@ Text printable(std::string_view text) {
 void add_name(Text& out, std::string_view name) {
   Text quoted;
   add_quoted(quoted, name);
-  const bool plain =
-      !name.empty() && quoted.size() == name.size() + 2 && name.find(' ') == std::string_view::npos;
+  const bool plain = !name.empty() && name[0] != '#' && quoted.size() == name.size() + 2 &&
+                     name.find(' ') == std::string_view::npos;
   out.add(plain ? name : quoted.view());
 }
 

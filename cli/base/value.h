@@ -16,6 +16,9 @@ Text type_name(int64_t type);
 // A name, a number, or "type9".
 std::optional<int32_t> parse_type(std::string_view name);
 
+// Ids and types are such numbers in the library; a row may hold any.
+bool is_int32(int64_t number);
+
 // Bytes that a number of the type takes; 0 for types that are no number.
 std::size_t number_size(int64_t type);
 
@@ -32,7 +35,7 @@ bool parse_hex(std::string_view digits, Text& out);
 void add_quoted(Text& out, std::string_view text);
 // For a line that a person reads: what is not printable UTF-8 as above, all else as it stands.
 Text printable(std::string_view text);
-// As it stands where it is one plain word, else quoted.
+// As it stands where it is one plain word that begins no remark, else quoted.
 void add_name(Text& out, std::string_view name);
 // Takes a text that add_quoted() wrote off the front of rest.
 bool take_quoted(std::string_view& rest, Text& out);

@@ -39,7 +39,12 @@ int read_side(const Arguments& arguments, const char* argument, Side& side) {
                                                  argument, side.path.c_str());
   }
   Text why;
-  if (look::read_items(database, side.items, why)) return kDone;
+  List<look::Item> items;
+  const bool whole = look::read_items(database, items, why);
+  for (look::Item& item : items) {
+    if (!item.never_read) side.items.push(std::move(item));
+  }
+  if (whole) return kDone;
   return fail("%s is damaged and cannot be compared: %s", side.path.c_str(), why.c_str());
 }
 
@@ -58,13 +63,6 @@ struct Pair {
   const look::Item* b;
 };
 
-// Rows that programs never read, behind another of their key, are left out.
-std::size_t next_key(const List<look::Item>& items, std::size_t at) {
-  std::size_t next = at + 1;
-  while (next < items.size() && order_of(items[next], items[at]) == 0) ++next;
-  return next;
-}
-
 List<Pair> differences(const List<look::Item>& a, const List<look::Item>& b) {
   List<Pair> pairs;
   std::size_t i = 0;
@@ -78,8 +76,8 @@ List<Pair> differences(const List<look::Item>& a, const List<look::Item>& b) {
     } else if (!same(a[i], b[j])) {
       pairs.push({&a[i], &b[j]});
     }
-    if (order <= 0) i = next_key(a, i);
-    if (order >= 0) j = next_key(b, j);
+    if (order <= 0) ++i;
+    if (order >= 0) ++j;
   }
   return pairs;
 }

@@ -126,7 +126,11 @@ int run_export(Arguments& arguments) {
     caught.tell();
     return code;
   }
-  print(textf("%s\n", named.export_csv.c_str()));
+  if (arguments.json) {
+    Json().object().text("file", named.export_csv.view()).end();
+  } else {
+    print(textf("%s\n", named.export_csv.c_str()));
+  }
   return kDone;
 }
 
@@ -143,7 +147,7 @@ extern const Command kExport = {
     {},
     0,
     0,
-    false,
+    true,
     run_export,
 };
 

@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "commands/item_write.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include <vexadm/data_manager.h>
 
+#include "base/value.h"
 #include "command.h"
 #include "look/diagnosis.h"
 
@@ -19,16 +24,6 @@ bool is_identifier(std::string_view name) {
   }
   return true;
 }
-
-void read(const Text& path, List<look::Item>& out) {
-  look::Database database;
-  Text why;
-  if (database.open(path.c_str()) == SQLITE_OK) look::read_items(database, out, why);
-}
-
-}  // namespace
-
-namespace {
 
 // A word of SQL that cannot be a table's name, which the library writes without quotes.
 bool is_reserved(const Text& name) {
@@ -53,7 +48,12 @@ Text refused_name(std::string_view table, std::string_view key) {
     if (name.empty() || name.size() >= VEXA_DM_NAME_SIZE) {
       return textf("\"%s\": names have 1 to %d characters", Text(name).c_str(), VEXA_DM_NAME_SIZE - 1);
     }
-    if (name.find('\'') != std::string_view::npos || name.find('\0') != std::string_view::npos) {
+    if (name.find('\0') != std::string_view::npos) {
+      Text shown;
+      add_quoted(shown, name);
+      return textf("%s: names hold no NUL", shown.c_str());
+    }
+    if (name.find('\'') != std::string_view::npos) {
       return textf("\"%s\": names hold no single quote", Text(name).c_str());
     }
   }
@@ -63,17 +63,73 @@ Text refused_name(std::string_view table, std::string_view key) {
   return Text();
 }
 
-Stored Stored::read(const look::Places& places) {
-  Stored stored;
-  cli::read(places.primary, stored.primary);
-  cli::read(places.backup, stored.backup);
-  return stored;
+int order_of_names(std::string_view table_a, std::string_view key_a, std::string_view table_b,
+                   std::string_view key_b) {
+  const std::size_t size = std::min(table_a.size(), table_b.size());
+  if (const int order = sqlite3_strnicmp(table_a.data(), table_b.data(), static_cast<int>(size)); order != 0)
+    return order;
+  if (table_a.size() != table_b.size()) return table_a.size() < table_b.size() ? -1 : 1;
+  return key_a.compare(key_b);
 }
 
-bool Stored::holds(const List<look::Item>& items, const NewItem& item) {
-  const look::Item* row = look::find(items, item.table.view(), item.key.view());
+void Stored::File::read(const Text& path) {
+  look::Database database;
+  const int code = database.open(path.c_str());
+  health = look::health_of(code, path.c_str());
+  why = Text(database.why().view());
+  if (code == SQLITE_OK && !look::read_items(database, items, why)) health = look::Health::kCorrupt;
+  if (code != SQLITE_OK && access(path.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+    health = look::Health::kMissing;
+  }
+  for (const look::Item& item : items) {
+    if (!item.never_read) by_name.push(&item);
+  }
+  std::sort(by_name.begin(), by_name.end(), [](const look::Item* a, const look::Item* b) {
+    return order_of_names(a->table.view(), a->key.view(), b->table.view(), b->key.view()) < 0;
+  });
+}
+
+const look::Item* Stored::File::find(std::string_view table, std::string_view key) const {
+  const auto is_before = [&](const look::Item* item) {
+    return order_of_names(item->table.view(), item->key.view(), table, key) < 0;
+  };
+  const auto* place = std::partition_point(by_name.begin(), by_name.end(), is_before);
+  const bool found =
+      place != by_name.end() && order_of_names((*place)->table.view(), (*place)->key.view(), table, key) == 0;
+  return found ? *place : nullptr;
+}
+
+bool Stored::File::holds(const NewItem& item) const {
+  const look::Item* row = find(item.table.view(), item.key.view());
   return row != nullptr && row->value.view() == item.bytes.view() && row->has_type &&
          row->type == item.type && row->has_id && row->id == item.id && row->verdict != look::Verdict::kBad;
+}
+
+int Stored::read(const Arguments& arguments) {
+  using look::Health;
+  const look::Places places = arguments.places();
+  const struct {
+    File& file;
+    const Text& path;
+  } sides[] = {{backup_, places.backup}, {primary_, places.primary}};
+  const auto refuse = [](const Text& path, const File& file) {
+    return fail("%s cannot be read: %s; vexadm check tells more", path.c_str(), file.why.c_str());
+  };
+  for (const auto& [file, path] : sides) {
+    file.read(path);
+    if (file.health == Health::kUnreadable || file.health == Health::kWriteAhead) return refuse(path, file);
+  }
+  if (arguments.has("--force") || primary_.health == Health::kHealthy || backup_.health == Health::kHealthy)
+    return kDone;
+  for (const auto& [file, path] : sides) {
+    if (file.health != Health::kMissing) return refuse(path, file);
+  }
+  return kDone;
+}
+
+const look::Item* Stored::row(std::string_view table, std::string_view key) const {
+  const look::Item* row = backup_.find(table, key);
+  return row != nullptr ? row : primary_.find(table, key);
 }
 
 int refuse_a_loss(const Arguments& arguments) {

@@ -7,11 +7,12 @@
 
 #include "base/text.h"
 #include "look/items.h"
-#include "look/places.h"
 
 struct vexa_dm_handle;
 
 namespace cli {
+
+struct Arguments;
 
 struct NewItem {
   Text table;
@@ -27,19 +28,38 @@ Text refused_name(std::string_view table, std::string_view key);
 
 // What programs read and what the next write copies. To write again what both hold would only wear
 // the flash.
-struct Stored {
-  List<look::Item> primary;
-  List<look::Item> backup;
+class Stored {
+ public:
+  // kDone, or kFailed after it has said why: a store that cannot be read is not an empty one. What is
+  // corrupt holds nothing where the other file answers, or where --force takes it for that.
+  int read(const Arguments& arguments);
 
-  static Stored read(const look::Places& places);
-  bool in_backup(const NewItem& item) const { return holds(backup, item); }
-  bool in_both(const NewItem& item) const { return holds(primary, item) && holds(backup, item); }
+  const look::Item* in_backup(std::string_view table, std::string_view key) const {
+    return backup_.find(table, key);
+  }
+  // What programs read, else what they will read.
+  const look::Item* row(std::string_view table, std::string_view key) const;
+  bool in_backup(const NewItem& item) const { return backup_.holds(item); }
+  bool in_both(const NewItem& item) const { return primary_.holds(item) && backup_.holds(item); }
 
  private:
-  static bool holds(const List<look::Item>& items, const NewItem& item);
+  struct File {
+    List<look::Item> items;
+    List<const look::Item*> by_name;  // table names without regard to case, as SQL has them
+    look::Health health = look::Health::kMissing;
+    Text why;
+
+    void read(const Text& path);
+    const look::Item* find(std::string_view table, std::string_view key) const;
+    bool holds(const NewItem& item) const;
+  };
+  File primary_;
+  File backup_;
 };
 
-struct Arguments;
+// The order of two names, that of tables without regard to case.
+int order_of_names(std::string_view table_a, std::string_view key_a, std::string_view table_b,
+                   std::string_view key_b);
 
 // Refuses to write into a store of which a write, or the start before it, would lose something that
 // is still there; --force leaves that to the person. kDone, or kFailed after it has said why.

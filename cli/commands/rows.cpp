@@ -86,6 +86,7 @@ void add_item_fields(Json& json, const look::Item& item) {
   Text hex;
   add_hex(hex, item.value.view());
   json.text("hex", hex.view());
+  if (item.never_read) json.boolean("never_read", true);
   if (item.verdict == look::Verdict::kNone) return;
   json.text("crc", look::verdict_name(item.verdict))
       .number("stored_crc", item.crc)

@@ -48,28 +48,48 @@ int take_type_and_id(const Arguments& arguments, Wanted& wanted) {
   return kDone;
 }
 
+// empty has no options to say it with.
+const char* said_by(const Arguments& arguments) {
+  return arguments.command->name == "empty" ? "vexadm set with " : "";
+}
+
 // What the arguments leave open comes from the row, and what they say must not contradict it.
 int complete_from_row(const Arguments& arguments, const Stored& stored, Wanted& wanted) {
-  const look::Item* row = look::find(stored.backup, wanted.table(), wanted.key());
-  if (row == nullptr) row = look::find(stored.primary, wanted.table(), wanted.key());
+  const look::Item* row = stored.row(wanted.table(), wanted.key());
   if (row != nullptr && row->has_type) {
     if (wanted.has_type && wanted.item.type != row->type && !arguments.has("--force")) {
       return fail("%s is stored as %s; programs would read %s wrongly. --force changes it", wanted.key(),
                   type_name(row->type).c_str(), type_name(wanted.item.type).c_str());
     }
-    if (!wanted.has_type) wanted.item.type = static_cast<int32_t>(row->type);
+    if (!wanted.has_type) {
+      if (!is_int32(row->type)) {
+        return fail("%s is stored as %s, which no program can: %s--type must say what it is", wanted.key(),
+                    type_name(row->type).c_str(), said_by(arguments));
+      }
+      wanted.item.type = static_cast<int32_t>(row->type);
+    }
     wanted.has_type = true;
   }
   if (row != nullptr && row->has_id && !wanted.has_id) {
+    if (!is_int32(row->id)) {
+      return fail("%s is stored with id %lld, which no program can have: %s--id must say which it is",
+                  wanted.key(), static_cast<long long>(row->id), said_by(arguments));
+    }
     wanted.item.id = static_cast<int32_t>(row->id);
     wanted.has_id = true;
   }
   if (!wanted.has_type) {
-    return fail("the store has no %s in table %s: --type must say what it is", wanted.key(), wanted.table());
+    return row != nullptr ? fail("%s is stored without a type: %s--type must say what it is", wanted.key(),
+                                 said_by(arguments))
+                          : fail("the store has no %s in table %s: --type must say what it is", wanted.key(),
+                                 wanted.table());
   }
   if (!wanted.has_id) {
-    return fail("the store has no %s in table %s: --id must give the number that programs know it by",
-                wanted.key(), wanted.table());
+    return row != nullptr
+               ? fail("%s is stored without an id: %s--id must give the number that programs know it by",
+                      wanted.key(), said_by(arguments))
+               : fail("the store has no %s in table %s: --id must give the number that programs know it by",
+                      wanted.key(), wanted.table());
   }
   return kDone;
 }
@@ -108,6 +128,7 @@ int take_value(const Arguments& arguments, Wanted& wanted) {
 int write_item(Arguments& arguments, const Stored& stored, const Wanted& wanted) {
   if (stored.in_both(wanted.item)) {
     note(arguments, "%s has that value already", wanted.key());
+    if (arguments.json) Json().object().boolean("stored", false).end();
     return kDone;
   }
   if (const int code = refuse_a_loss(arguments); code != kDone) return code;
@@ -120,11 +141,13 @@ int write_item(Arguments& arguments, const Stored& stored, const Wanted& wanted)
     return fail("%s was not stored: the library says %d; vexadm check tells more", wanted.key(), result);
   }
   // The library answers 0 also where only the primary could be written. Programs read the backup.
-  if (!Stored::read(arguments.places()).in_backup(wanted.item)) {
+  Stored now;
+  if (now.read(arguments) != kDone || !now.in_backup(wanted.item)) {
     tell_failures();
     return fail("%s was not stored where programs read it; vexadm check tells more", wanted.key());
   }
   note(arguments, "stored; programs that run keep the value they have read until they start again");
+  if (arguments.json) Json().object().boolean("stored", true).end();
   return kDone;
 }
 
@@ -132,7 +155,8 @@ int run_set(Arguments& arguments) {
   Wanted wanted(arguments);
   if (const int code = check_names(wanted); code != kDone) return code;
   if (const int code = take_type_and_id(arguments, wanted); code != kDone) return code;
-  const Stored stored = Stored::read(arguments.places());
+  Stored stored;
+  if (const int code = stored.read(arguments); code != kDone) return code;
   if (const int code = complete_from_row(arguments, stored, wanted); code != kDone) return code;
   if (const int code = take_value(arguments, wanted); code != kDone) return code;
   return write_item(arguments, stored, wanted);
@@ -141,7 +165,13 @@ int run_set(Arguments& arguments) {
 int run_empty(Arguments& arguments) {
   Wanted wanted(arguments);
   if (const int code = check_names(wanted); code != kDone) return code;
-  const Stored stored = Stored::read(arguments.places());
+  Stored stored;
+  if (const int code = stored.read(arguments); code != kDone) return code;
+  if (stored.row(wanted.table(), wanted.key()) == nullptr) {
+    return fail(
+        "the store has no %s in table %s: there is nothing to empty; programs read the default already",
+        wanted.key(), wanted.table());
+  }
   if (const int code = complete_from_row(arguments, stored, wanted); code != kDone) return code;
   return write_item(arguments, stored, wanted);
 }
@@ -171,7 +201,7 @@ extern const Command kSet = {
     kSetOptions,
     2,
     3,
-    false,
+    true,
     run_set,
 };
 
@@ -184,7 +214,7 @@ extern const Command kEmpty = {
     kEmptyOptions,
     2,
     2,
-    false,
+    true,
     run_empty,
 };
 

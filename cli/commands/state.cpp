@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -11,6 +12,7 @@
 
 #include "base/value.h"
 #include "commands/rows.h"
+#include "look/diagnosis.h"
 #include "look/journal.h"
 
 namespace cli {
@@ -84,7 +86,7 @@ void read_version(Version& version) {
   Text why;
   look::read_table(database, look::kVersionTable, items, why);
   for (const look::Item& item : items) {
-    if (!look::is_version_record(item)) continue;
+    if (!look::is_version_record(item) || item.never_read) continue;
     const bool usable = item.value.size() == 4 && item.verdict != look::Verdict::kBad;
     version.state = usable ? Version::kFound : Version::kBad;
     version.number = number_of(item.value.view());
@@ -138,13 +140,20 @@ int run_backups(Arguments& arguments) {
   const look::Places places = arguments.places();
   List<DatedCopy> copies;
   DIR* directory = opendir(places.dated.c_str());
+  if (directory == nullptr && errno != ENOENT) {
+    return fail("%s cannot be read: %s", places.dated.c_str(), std::strerror(errno));
+  }
+  errno = 0;
   while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
     if (std::strstr(entry->d_name, ".db") == nullptr) continue;
     const Text path = textf("%s%s", places.dated.c_str(), entry->d_name);
     const look::FileReport report = look::inspect(path.c_str());
     copies.push({Text(entry->d_name), report.size, report.health});
+    errno = 0;  // at the end there is none
   }
+  const int reason = directory != nullptr ? errno : 0;
   if (directory != nullptr) closedir(directory);
+  if (reason != 0) return fail("%s cannot be read: %s", places.dated.c_str(), std::strerror(reason));
   std::sort(copies.begin(), copies.end(),
             [](const DatedCopy& a, const DatedCopy& b) { return a.name.view() < b.name.view(); });
   if (arguments.json) {
@@ -152,7 +161,8 @@ int run_backups(Arguments& arguments) {
     json.object().text("directory", places.dated.view()).key("copies").array();
     for (const DatedCopy& copy : copies) {
       json.object().text("name", copy.name.view()).number("size", copy.size);
-      json.boolean("healthy", copy.health == look::Health::kHealthy).end();
+      json.boolean("healthy", copy.health == look::Health::kHealthy);
+      json.text("health", look::health_name(copy.health)).end();
     }
     json.end().end();
     return kDone;
@@ -166,7 +176,7 @@ int run_backups(Arguments& arguments) {
     const bool healthy = copy.health == look::Health::kHealthy;
     table.name(copy.name.view());
     table.cell(textf("%lld bytes", static_cast<long long>(copy.size)).view());
-    table.cell(healthy ? "healthy" : "damaged", healthy ? Colour::kPlain : Colour::kBad);
+    table.cell(look::health_name(copy.health), healthy ? Colour::kPlain : Colour::kBad);
   }
   table.print();
   return kDone;

@@ -52,6 +52,17 @@ bool has_hot_journal(const char* path) {
   return begun;
 }
 
+// A row of the check has one line or several, under a heading that names a file which is known.
+void add_problems(std::string_view row, List<Text>& out) {
+  while (!row.empty()) {
+    const std::string_view line = part(row, 0, row.find('\n'));
+    row.remove_prefix(line.size() == row.size() ? line.size() : line.size() + 1);
+    if (line != "ok" && !line.empty() && !line.starts_with("*** in database ")) out.push(Text(line));
+  }
+}
+
+}  // namespace
+
 Health health_of(int code, const char* path) {
   switch (code) {
     case SQLITE_OK:
@@ -66,17 +77,6 @@ Health health_of(int code, const char* path) {
       return Health::kUnreadable;
   }
 }
-
-// A row of the check has one line or several, under a heading that names a file which is known.
-void add_problems(std::string_view row, List<Text>& out) {
-  while (!row.empty()) {
-    const std::string_view line = part(row, 0, row.find('\n'));
-    row.remove_prefix(line.size() == row.size() ? line.size() : line.size() + 1);
-    if (line != "ok" && !line.empty() && !line.starts_with("*** in database ")) out.push(Text(line));
-  }
-}
-
-}  // namespace
 
 void tell_of_waiting(void (*tell)(const char* path)) { g_tell_of_waiting = tell; }
 
@@ -98,6 +98,8 @@ int Database::open(const char* path) {
   if (code_ == SQLITE_OK) {
     path_ = path;
     sqlite3_busy_handler(db_, wait, this);
+    // No value is near it, but a row may claim a gigabyte, and be computed as one.
+    sqlite3_limit(db_, SQLITE_LIMIT_LENGTH, 64 << 20);
     // A schema from who knows where must not run anything.
     sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);

@@ -59,6 +59,7 @@ class Query {
   // -1 when there is no such column. Names are compared as SQL does.
   int column(const char* name) const;
   bool is_null(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+  bool is_text(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_TEXT; }
   int64_t number(int column) const { return sqlite3_column_int64(statement_, column); }
   // Valid until next().
   std::string_view bytes(int column) const;
@@ -75,6 +76,9 @@ Text quoted_name(std::string_view name);
 bool read_tables(const Database& database, List<Text>& out);
 
 enum class Health { kMissing, kHealthy, kCorrupt, kNotDatabase, kWriteAhead, kUnreadable };
+
+// What SQLite's code for a file means.
+Health health_of(int code, const char* path);
 
 struct FileReport {
   Health health = Health::kMissing;

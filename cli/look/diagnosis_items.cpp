@@ -29,13 +29,14 @@ class ItemDoctor : Doctor {
     List<const Item*> ahead;
     List<const Item*> only_backup;
     for (const Item& item : out_.primary.items) {
-      if (is_version_record(item) || in(out_.primary, item) != &item) continue;
+      if (is_version_record(item) || item.never_read) continue;
       const Item* there = in(out_.backup, item);
       if (there == nullptr || there->value.view() != item.value.view() || there->type != item.type)
         ahead.push(&item);
     }
     for (const Item& item : out_.backup.items) {
-      if (!is_version_record(item) && in(out_.primary, item) == nullptr) only_backup.push(&item);
+      if (is_version_record(item) || item.never_read) continue;
+      if (in(out_.primary, item) == nullptr) only_backup.push(&item);
     }
     if (!ahead.empty()) tell_ahead(ahead);
     if (only_backup.empty()) return;
@@ -93,7 +94,7 @@ class ItemDoctor : Doctor {
     List<const Item*> hidden;
     List<const Item*> odd;
     for (const Item& item : file.items) {
-      if (in(file, item) != &item) {
+      if (item.never_read) {
         hidden.push(&item);
         continue;
       }

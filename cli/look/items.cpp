@@ -31,6 +31,7 @@ Item item_of(const Query& row, const Columns& at, std::string_view table) {
   Item item;
   item.table.add(table);
   item.key.add(row.bytes(at.key));
+  item.never_read = !row.is_text(at.key);
   item.has_id = at.id >= 0 && !row.is_null(at.id);
   if (item.has_id) item.id = row.number(at.id);
   item.has_type = at.type >= 0 && !row.is_null(at.type);
@@ -98,7 +99,7 @@ bool same_table(std::string_view a, std::string_view b) {
 
 const Item* find(const List<Item>& items, std::string_view table, std::string_view key) {
   for (const Item& item : items) {
-    if (item.key.view() == key && same_table(item.table.view(), table)) return &item;
+    if (!item.never_read && item.key.view() == key && same_table(item.table.view(), table)) return &item;
   }
   return nullptr;
 }
@@ -109,8 +110,10 @@ const Item* find_exact(const List<Item>& items, std::string_view table, std::str
     return order != 0 ? order < 0 : item.key.view().compare(key) < 0;
   };
   const Item* place = std::partition_point(items.begin(), items.end(), is_before);
-  const bool found = place != items.end() && place->table.view() == table && place->key.view() == key;
-  return found ? place : nullptr;
+  for (; place != items.end() && place->table.view() == table && place->key.view() == key; ++place) {
+    if (!place->never_read) return place;
+  }
+  return nullptr;
 }
 
 bool is_version_record(const Item& item) {
@@ -120,6 +123,13 @@ bool is_version_record(const Item& item) {
 void sort(List<Item>& items) {
   for (std::size_t i = 0; i < items.size(); ++i) items[i].order = i;
   std::sort(items.begin(), items.end(), before);
+  const Item* read = nullptr;
+  for (Item& item : items) {
+    if (item.never_read) continue;
+    item.never_read =
+        read != nullptr && read->table.view() == item.table.view() && read->key.view() == item.key.view();
+    if (!item.never_read) read = &item;
+  }
 }
 
 }  // namespace cli::look

@@ -36,6 +36,9 @@ struct Item {
   Text value;
   Verdict verdict = Verdict::kNone;
   std::size_t order = 0;  // of the rows in their file
+  // A second row of a key, or one whose key is no text, which no comparison with a text finds. Known of
+  // second rows once the rows are sorted.
+  bool never_read = false;
 };
 
 // Reads the rows of one table, in the order of the file, where it is a table of items or defaults.

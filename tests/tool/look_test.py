@@ -292,15 +292,28 @@ defaults  cannot be read     /data/DefItems.db
         write_bytes(DATED + "notes.txt", b"")
         size = os.path.getsize(PRIMARY)
         self.expect("backups", out=f"2026-11-02_08_15_00.db1  {size} bytes  healthy\n"
-                                   f"2026-11-03_08_15_00.db2  {size} bytes  damaged\n")
+                                   f"2026-11-03_08_15_00.db2  {size} bytes  corrupt\n")
         self.assertEqual(self.json("backups"), {"directory": DATED, "copies": [
-            {"name": "2026-11-02_08_15_00.db1", "size": size, "healthy": True},
-            {"name": "2026-11-03_08_15_00.db2", "size": size, "healthy": False}]})
+            {"name": "2026-11-02_08_15_00.db1", "size": size, "healthy": True, "health": "healthy"},
+            {"name": "2026-11-03_08_15_00.db2", "size": size, "healthy": False, "health": "corrupt"}]})
 
     def test_no_backups_are_no_failure(self):
         self.expect("backups", out="/mnt/vendor/nvdata/ holds no copies\n")
         os.rmdir(DATED)
         self.assertEqual(self.json("backups"), {"directory": DATED, "copies": []})
+
+    def test_copies_that_cannot_be_read_are_neither_missing_nor_damaged(self):
+        shutil.copyfile(PRIMARY, DATED + "2026-11-02_08_15_00.db1")
+        writer = connect(DATED + "2026-11-02_08_15_00.db1")
+        writer.execute("begin exclusive")
+        size = os.path.getsize(PRIMARY)
+        self.expect("backups", out=f"2026-11-02_08_15_00.db1  {size} bytes  unreadable\n")
+        self.assertEqual(self.json("backups")["copies"], [
+            {"name": "2026-11-02_08_15_00.db1", "size": size, "healthy": False, "health": "unreadable"}])
+        writer.close()
+        shutil.rmtree("/mnt/vendor")
+        write_bytes("/mnt/vendor", b"")
+        self.expect("backups", code=1, err="vexadm: /mnt/vendor/nvdata/ cannot be read: Not a directory\n")
 
     def test_kv_shows_pairs_as_the_library_takes_them_apart(self):
         self.expect("kv", "system", "hosts", out='router = "192.168.1.1"\nprinter = "192.168.1.9"\n')

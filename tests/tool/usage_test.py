@@ -163,7 +163,7 @@ class Arguments(ToolTest):
             ("check", "all"): "usage: vexadm check",
             ("diff", "a"): "usage: vexadm diff A B",
             ("dump", "--json"): "dump has no --json form",
-            ("set", "wifi", "ssid", "x", "--json"): "set has no --json form",
+            ("clean", "--json"): "clean has no --json form",
             ("list", "--file", "frob"):
                 "--file frob: primary, backup, factory, defaults, or a path with a slash or a dot in it",
             ("crc", "0"): "HEX: bytes in hexadecimal",

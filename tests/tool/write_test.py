@@ -123,7 +123,8 @@ class Setting(ToolTest):
         self.assertEqual(self.host("read", "wifi", "ssid"), ["-1"])  # so that programs get the default
         self.expect("empty", "wifi", "ssid", err="vexadm: ssid has that value already\n")
         self.expect("empty", "wifi", "nothing", code=1,
-                    err="vexadm: the store has no nothing in table wifi: --type must say what it is\n")
+                    err="vexadm: the store has no nothing in table wifi: there is nothing to empty; programs read the default "
+                        "already\n")
 
     def test_a_store_that_cannot_be_written_fails_with_the_reason(self):
         make_store()
@@ -146,6 +147,72 @@ class Setting(ToolTest):
         self.expect("load", "-", stdin="vexadm dump 1\nt k 1 u8 5\n", code=1, err=lines)
         self.assertEqual(snapshot("/data"), before)
         self.expect("set", "wifi", "channel", "7", "--force", err=STORED)
+
+
+    def test_a_store_that_cannot_be_read_is_not_an_empty_one(self):
+        make_store()
+        dump = "vexadm dump 1\nwifi ssid 20 text \"x\"\n"
+        writer = connect(BACKUP)
+        writer.execute("begin exclusive")
+        self.expect("set", "wifi", "ssid", "x", "--force", code=1,
+                    err="vexadm: /data/configbak.db cannot be read: database is locked; vexadm check tells more\n")
+        writer.close()
+        for path in (PRIMARY, BACKUP):
+            os.unlink(path)
+            os.symlink(os.path.basename(path), path)
+            for words in (("set", "wifi", "ssid", "x"), ("set", "wifi", "ssid", "x", "--force"), ("empty", "wifi", "ssid"),
+                          ("load", "--dry-run", "-"), ("load", "-")):
+                self.expect(*words, stdin=dump, code=1,
+                            err=f"vexadm: {path} cannot be read: Too many levels of symbolic links; vexadm check tells more\n")
+
+    def test_a_damaged_file_is_an_empty_one_where_the_other_answers(self):
+        make_store()
+        spoil(BACKUP)
+        self.assertEqual(self.json("load", "--dry-run", "-", stdin='vexadm dump 1\nwifi ssid 20 text "Garden house"\n')
+                         ["changes"][0]["before"], None)
+        damaged = "vexadm: /data/configbak.db cannot be read: database disk image is malformed; vexadm check tells more\n"
+        for spoiled in (lambda: spoil(PRIMARY), lambda: os.unlink(PRIMARY)):
+            spoiled()
+            self.expect("set", "wifi", "ssid", "x", code=1, err=damaged)
+            self.expect("load", "--dry-run", "-", stdin="vexadm dump 1\n", code=1, err=damaged)
+            self.expect("set", "wifi", "ssid", "x", "--force", code=1,
+                        err="vexadm: the store has no ssid in table wifi: --type must say what it is\n")
+
+    def test_ids_and_types_that_no_program_has_are_not_cut(self):
+        make_store()
+        for path in (PRIMARY, BACKUP):
+            sql(path, "update wifi set id=4294967316 where key='ssid'", "update wifi set type=-4294967295 where key='channel'")
+        self.expect("set", "wifi", "ssid", "x", code=1,
+                    err="vexadm: ssid is stored with id 4294967316, which no program can have: --id must say which it is\n")
+        self.expect("empty", "wifi", "ssid", code=1,
+                    err="vexadm: ssid is stored with id 4294967316, which no program can have: vexadm set with --id must say "
+                        "which it is\n")
+        self.expect("set", "wifi", "channel", "1", code=1,
+                    err="vexadm: channel is stored as type-4294967295, which no program can: --type must say what it is\n")
+        self.expect("dump", code=1, out=GARDEN_DUMP.replace(
+            "wifi channel 21 u8 11", "# the library cannot store this: wifi channel 21 type-4294967295 hex:0b").replace(
+                "wifi ssid 20", "# the library cannot store this: wifi ssid 4294967316"),
+                    err="vexadm: 2 items have an id or a type that the library cannot store, and stand as a remark\n")
+        self.expect("load", "-", stdin=self.vexadm("dump").out, err="vexadm: the store has all of it already\n")
+        self.expect("set", "wifi", "ssid", "x", "--id", "20", err=STORED)
+        self.stored("wifi", "ssid", 20, TEXT, b"x")
+
+    def test_what_was_stored_is_told_to_programs_too(self):
+        make_store()
+        for words, stored in ((("set", "wifi", "channel", "7"), True), (("set", "wifi", "channel", "7"), False),
+                              (("empty", "wifi", "channel"), True), (("empty", "wifi", "channel"), False)):
+            self.assertEqual(self.json(*words, "--quiet"), {"stored": stored})
+        line = 'vexadm dump 1\nwifi channel 21 u8 9\nwifi new -1 bytes hex:0a\n'
+        before = {"table": "wifi", "key": "channel", "id": 21, "type": 1, "type_name": "u8", "length": 0, "value": None,
+                  "hex": "", "crc": "empty", "stored_crc": 0, "computed_crc": 0}
+        after = {"table": "wifi", "key": "channel", "id": 21, "type": 1, "type_name": "u8", "length": 1, "value": 9, "hex": "09"}
+        new = {"table": "wifi", "key": "new", "id": -1, "type": 6, "type_name": "bytes", "length": 1, "value": None, "hex": "0a"}
+        self.assertEqual(self.json("load", "--dry-run", "-", stdin=line),
+                         {"changes": [{"before": before, "after": after}, {"before": None, "after": new}]})
+        self.assertEqual(self.json("load", "--quiet", "-", stdin=line), {"stored": 2})
+        self.assertEqual(self.json("load", "--quiet", "-", stdin=line), {"stored": 0})
+        self.assertEqual(self.json("export"), {"file": "/data/ExportCSV.csv"})
+        self.assertEqual("vexadm " + self.json("version")["version"] + "\n", self.vexadm("version").out)
 
 
 class Cleaning(ToolTest):
@@ -245,13 +312,77 @@ class Loading(ToolTest):
         make_store()
         sql(BACKUP, "update wifi set crc=1 where key='ssid'")
         add_items(BACKUP, [item("wifi", 21, "channel", U8, 12)])
-        self.expect("dump", code=1, out=GARDEN_DUMP.replace("wifi psk", "# a second row, which programs never read: wifi "
+        self.expect("dump", code=1, out=GARDEN_DUMP.replace("wifi psk", "# a row that programs never read: wifi "
                                                             "channel 21 u8 12\nwifi psk").replace(
                                                                 "wifi ssid", "# bad checksum: wifi ssid"),
-                    err="vexadm: 1 item has a bad checksum and stand as a remark; --damaged takes them for good\n")
+                    err="vexadm: 1 item has a bad checksum and stands as a remark; --damaged takes them for good\n")
         result = self.vexadm("dump", "--damaged")
         self.assertEqual((result.code, result.err), (0, "vexadm: 1 item has a bad checksum; loaded, they count as good\n"))
+        self.assertEqual(self.vexadm("dump", "--damaged", "--quiet"), result._replace(err=""))
         self.assertIn('\nwifi ssid 20 text "Garden house"\n', result.out)
+
+    def test_rows_that_no_program_finds_are_not_taken_for_items(self):
+        make_store()
+        for path in (PRIMARY, BACKUP):
+            sql(path, ("insert into wifi values (40,?,5,1,0,'x')", (b"blob",)), ("insert into wifi values (41,?,5,1,0,'x')", (b"",)),
+                ("update wifi set key=? where key='ssid'", (b"ssid",)))
+            add_items(path, [item("wifi", 20, "ssid", TEXT, "behind it")])
+        line = "# a row that programs never read: wifi "
+        self.expect("dump", out=GARDEN_DUMP.replace(
+            "wifi channel", f'{line}"" 41 text "x"\n{line}blob 40 text "x"\nwifi channel').replace(
+                "wifi ssid", f"{line[:-5]}wifi ssid") + 'wifi ssid 20 text "behind it"\n')
+        self.expect("get", "wifi", "ssid", out="behind it\n")
+        self.expect("get", "wifi", "blob", code=1,
+                    err="vexadm: /data/configbak.db has no blob in table wifi; vexadm list wifi shows what there is\n")
+        marks = [(one["key"], one["id"], one["never_read"]) for one in self.json("list", "wifi")["items"] if "never_read" in one]
+        self.assertEqual(marks, [("", 41, True), ("blob", 40, True), ("ssid", 20, True)])
+        self.assertEqual(self.host("read", "wifi", "ssid"), ["9 626568696e64206974"])
+        self.expect("set", "wifi", "blob", "y", code=1,
+                    err="vexadm: the store has no blob in table wifi: --type must say what it is\n")
+        make_store(directory="/tmp/")
+        self.expect("diff", "/tmp/", "/", code=1, out='- wifi ssid 20 text "Garden house"\n+ wifi ssid 20 text "behind it"\n')
+
+    def test_a_name_that_begins_as_a_remark_does_is_none(self):
+        self.load('vexadm dump 1\nt "#k" 1 u8 5\n', err="vexadm: 1 item stored\n")
+        self.expect("dump", out='vexadm dump 1\nt "#k" 1 u8 5\n')
+        add_items(BACKUP, [item("#t", 1, "k", U8, 5), item("two words", 1, "k", U8, 5), item("t", 1, "k" * 32, U8, 5)])
+        dump = ('vexadm dump 1\n# the library cannot store this: "#t" k 1 u8 5\nt "#k" 1 u8 5\n'
+                f'# the library cannot store this: t {"k" * 32} 1 u8 5\n# the library cannot store this: "two words" k 1 u8 5\n')
+        self.expect("dump", out=dump)
+        self.load(dump, err="vexadm: the store has all of it already\n")
+
+    def test_a_nul_in_a_name_is_called_that(self):
+        self.load(b"vexadm dump 1\nwi\0fi ssid 20 text \"x\"\n", code=1,
+                  err='vexadm: -, line 2: "wi\\x00fi": names hold no NUL\n')
+
+    def test_a_large_dump_takes_no_time_by_the_square(self):
+        count = 60000 // SLOWER
+        items = tuple(item(f"t{number % 7}", number, f"key{number}", U32, number) for number in range(count))
+        make_store(items)
+        dump = self.vexadm("dump")
+        self.assertEqual(len(dump.out.splitlines()), 1 + count)
+        self.load(dump.out, "--dry-run")
+        self.load(dump.out.replace("vexadm dump 1\n", "vexadm dump 1\nT3 key3 3 u32 3\n"), code=1,
+                  err=f"vexadm: -, line {dump.out[:dump.out.index('t3 key3 ')].count(chr(10)) + 2}: t3 key3 is there twice\n")
+
+    def test_a_load_that_is_interrupted_says_how_far_it_came(self):
+        make_store()
+        for signal in ("INT", "TERM", "HUP"):
+            lines = "".join(f"{signal} k{number} {number} u32 {number}\n" for number in range(3000))
+            loading = subprocess.Popen(self.command("load", "-"), stdin=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            loading.stdin.write("vexadm dump 1\n" + lines)
+            loading.stdin.close()
+            while not sql(BACKUP, f"select 1 from sqlite_master where name='{signal}'"):
+                self.assertIsNone(loading.poll())
+            subprocess.run(["kill", f"-{signal}", str(loading.pid)], check=True)
+            said = loading.stderr.read()
+            self.assertEqual(loading.wait(timeout=50), 1)
+            count = len(sql(BACKUP, f"select 1 from {signal}"))
+            self.assertLess(count, 3000)
+            self.assertEqual(said, f"vexadm: stopped: {count} of 3000 items were stored; load again\n")
+            loading.stderr.close()
+            self.assertEqual(self.json("journal")["write"]["state"], BACKUP_DONE)
+            self.assertEqual(rows_of(PRIMARY), rows_of(BACKUP))
 
     # ---- any store ---------------------------------------------------------------
 
@@ -282,6 +413,10 @@ class Loading(ToolTest):
             kind = chance.choice((U8, U16, U32, U32ALT, TEXT, TEXT, BYTES))
             number = chance.choice((0, 1, -1, 2**31 - 1, -2**31, chance.randrange(1000)))
             found[table.lower(), key] = item(table, number, key, kind, self.any_value(chance, kind))
+        # What no program has stands as a remark, whatever its name begins with.
+        for _ in range(chance.randrange(3)):
+            odd = item("# " + self.any_name(chance, False)[:20], 1, self.any_name(chance, False), U8, 1)
+            found[odd.table.lower(), odd.key] = odd
         first = {}
         return [one._replace(table=first.setdefault(one.table.lower(), one.table)) for one in found.values()]
 
@@ -294,15 +429,18 @@ class Loading(ToolTest):
             dump = self.vexadm("dump")
             self.assertEqual((dump.code, dump.err), (0, ""), seed)
             self.assertEqual(len(dump.out.splitlines()), 1 + len(items), seed)
-            rows = rows_of(BACKUP)
+            rows = {table: found for table, found in rows_of(BACKUP).items() if not table.startswith("#")}
+            remarks = [line for line in dump.out.split("\n") if line.startswith("# the library cannot store this: \"# ")]
+            self.assertEqual(len(remarks), len([one for one in items if one.table.startswith("#")]), seed)
             self.reset()
             data = dump.out.encode(errors="surrogateescape")
             self.expect("load", "-", "--quiet", "--dry-run", stdin=data, out="".join(
-                f"+ {line}\n" for line in dump.out.split("\n")[1:-1]))
+                f"+ {line}\n" for line in dump.out.split("\n")[1:-1] if line not in remarks))
             self.assertEqual(os.listdir("/data"), [], seed)
             loaded = self.vexadm("load", "-", "--quiet", stdin=data)
             self.assertEqual(loaded, Result(0, "", ""), seed)
-            self.assertEqual(self.vexadm("dump"), dump, seed)
+            kept = "\n".join(line for line in dump.out.split("\n") if line not in remarks)
+            self.assertEqual(self.vexadm("dump"), dump._replace(out=kept), seed)
             self.assertEqual({table: sorted(found) for table, found in rows_of(BACKUP).items()},
                              {table: sorted(found) for table, found in rows.items()}, seed)
 
