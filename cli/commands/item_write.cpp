@@ -31,6 +31,10 @@ bool is_reserved(const Text& name) {
       sqlite3_strnicmp(name.c_str(), "sqlite_", 7) != 0) {
     return false;
   }
+  // Of the same table as the item before, mostly: a database for each would take seconds.
+  static char last_name[VEXA_DM_NAME_SIZE];
+  static bool last_refused;
+  if (name.view() == last_name) return last_refused;
   sqlite3* database = nullptr;
   bool refused = sqlite3_open_v2(":memory:", &database, SQLITE_OPEN_READWRITE | SQLITE_OPEN_MEMORY,
                                  nullptr) != SQLITE_OK;
@@ -38,6 +42,8 @@ bool is_reserved(const Text& name) {
   refused = refused || sqlite3_exec(database, textf("create table %s (key)", name.c_str()).c_str(), nullptr,
                                     nullptr, nullptr) != SQLITE_OK;
   sqlite3_close(database);
+  std::strncpy(last_name, name.c_str(), sizeof last_name - 1);
+  last_refused = refused;
   return refused;
 }
 

@@ -361,7 +361,7 @@ class Loading(ToolTest):
         make_store(items)
         dump = self.vexadm("dump")
         self.assertEqual(len(dump.out.splitlines()), 1 + count)
-        self.load(dump.out, "--dry-run")
+        self.load(dump.out, "--dry-run", timeout=15 * SLOWER)
         self.load(dump.out.replace("vexadm dump 1\n", "vexadm dump 1\nT3 key3 3 u32 3\n"), code=1,
                   err=f"vexadm: -, line {dump.out[:dump.out.index('t3 key3 ')].count(chr(10)) + 2}: t3 key3 is there twice\n")
 
