@@ -77,15 +77,20 @@ int repair_store(const Arguments& arguments, const Places& named) {
   const Places entered = arguments.places();
   Keep keep(entered);
   if (const int code = keep.take(real); code != kDone) return code;
-  const Text kept_in = textf("%s%s", directory_of(named.primary).c_str(), keep.name().c_str());
-  if (!arguments.json) print(textf("everything as it was is kept in %s\n", kept_in.c_str()));
-  List<Step> done;
-  const int code = carry_out(plan, real, done);
+  Outcome outcome;
+  const int code = carry_out(plan, real, outcome);
+  Text kept_in;
+  if (outcome.touched) {
+    kept_in = textf("%s%s", directory_of(named.primary).c_str(), keep.name().c_str());
+  } else {
+    keep.remove();
+  }
   const bool healthy = code == kDone && !look::diagnose(real).faulty();
   if (arguments.json) {
-    print_json(kept_in, done, named, healthy);
-  } else {
-    tell_steps(done, named, Tense::kDid);
+    print_json(kept_in, outcome.done, named, healthy);
+  } else if (outcome.touched) {
+    print(textf("everything as it was is kept in %s\n", kept_in.c_str()));
+    tell_steps(outcome.done, named, Tense::kDid);
   }
   if (code != kDone || healthy) return code;
   return fail("there are faults left; vexadm check tells what a person can do");

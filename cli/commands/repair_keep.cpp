@@ -94,7 +94,6 @@ Text Keep::copy_of(File file, const char* suffix) const {
   return textf("%s/%s%s", directory_.c_str(), Text(name_of(path_of(places_, file))).c_str(), suffix);
 }
 
-// A copy that is not complete takes room, and misleads.
 void Keep::remove() {
   for (const File file : {File::kPrimary, File::kBackup, File::kJournal}) {
     for (const char* suffix : kSuffixes) unlink(copy_of(file, suffix).c_str());

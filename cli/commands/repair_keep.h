@@ -19,11 +19,12 @@ class Keep {
   // Everything that a repair may touch, the evidence beside it too. Raw bytes: no connection is open.
   // kDone, or kFailed after it has said why; then there is nothing of it.
   int take(const look::Places& real);
+  // Copies of what is as it was only take room, and mislead; so do those that are not complete.
+  void remove();
 
  private:
   int make_directory();
   Text copy_of(File file, const char* suffix) const;
-  void remove();
 
   const look::Places& places_;
   Text name_;

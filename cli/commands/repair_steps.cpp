@@ -48,7 +48,7 @@ bool write_image(const char* path, const unsigned char* image, sqlite3_int64 siz
 }
 
 // By the settled content of the other, as the library's own copies have it.
-int replace(const Text& target, const Text& from) {
+int replace(const Text& target, const Text& from, bool& touched) {
   const std::string_view name = name_of(target);
   const Text temporary =
       textf("%s.vexadm-copy-%s", directory_of(target).c_str(), Text(part(name, 0, name.find(".db"))).c_str());
@@ -64,6 +64,7 @@ int replace(const Text& target, const Text& from) {
   sqlite3_free(image);
   source.close();
   if (written) {
+    touched = true;
     remove_companions(target);
     if (rename(temporary.c_str(), target.c_str()) == 0 && sync_directory(directory_of(target).c_str()))
       return kDone;
@@ -82,7 +83,7 @@ bool is_of_this_library(const look::Item* record) {
 
 // The library copies the primary over the backup behind each write, and to write the version that is
 // there changes nothing. Another version must stay what it is: there the file is copied here.
-int refresh_backup(const Places& places) {
+int refresh_backup(const Places& places, bool& touched) {
   List<look::Item> items;
   Text why;
   {
@@ -90,7 +91,8 @@ int refresh_backup(const Places& places) {
     if (primary.open(places.primary.c_str()) == SQLITE_OK) look::read_items(primary, items, why);
   }
   const look::Item* record = look::find(items, look::kVersionTable, look::kVersionKey);
-  if (!is_of_this_library(record)) return replace(places.backup, places.primary);
+  if (!is_of_this_library(record)) return replace(places.backup, places.primary, touched);
+  touched = true;
   const int32_t result = dm_pal_write(record->table.c_str(), static_cast<uint32_t>(record->id),
                                       record->key.c_str(), static_cast<int32_t>(record->type),
                                       record->value.c_str(), static_cast<int32_t>(record->value.size()));
@@ -99,38 +101,40 @@ int refresh_backup(const Places& places) {
   return fail("the backup could not be made from the primary: the library says %d", result);
 }
 
-int delete_file(const Text& path) {
+int delete_file(const Text& path, bool& touched) {
   if (unlink(path.c_str()) != 0)
     return fail("%s could not be deleted: %s", path.c_str(), std::strerror(errno));
+  touched = true;
   remove_companions(path);
   return kDone;
 }
 
-int carry_out(const Step& step, const Places& places) {
+int carry_out(const Step& step, const Places& places, bool& touched) {
   switch (step.action) {
     case Step::kDelete:
-      return delete_file(path_of(places, step.file));
+      return delete_file(path_of(places, step.file), touched);
     case Step::kReplace:
-      return replace(path_of(places, step.file), path_of(places, step.from));
+      return replace(path_of(places, step.file), path_of(places, step.from), touched);
     case Step::kCopyItem:
+      touched = true;
       return dm_sqlite_check_database() == 0 ? kDone : kFailed;
     default:
-      return refresh_backup(places);
+      return refresh_backup(places, touched);
   }
 }
 
 }  // namespace
 
-int carry_out(const List<Step>& plan, const Places& places, List<Step>& done) {
+int carry_out(const List<Step>& plan, const Places& places, Outcome& out) {
   for (const Step& step : plan) {
-    const int code = carry_out(step, places);
+    const int code = carry_out(step, places, out.touched);
     const bool item = step.action == Step::kCopyItem;
-    if (code == kDone) done.push(step);
+    if (code == kDone) out.done.push(step);
     if (code != kDone && !item) return code;
     // The journal may say other than the primary has.
     if (item && (code != kDone || count_lacking(look::diagnose(places)) > 0)) {
-      if (refresh_backup(places) != kDone) return kFailed;
-      done.push(kRefreshBackup);
+      if (refresh_backup(places, out.touched) != kDone) return kFailed;
+      out.done.push(kRefreshBackup);
     }
   }
   return kDone;

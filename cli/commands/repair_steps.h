@@ -8,9 +8,13 @@
 
 namespace cli::repair {
 
-// In the store that was entered; the files by their real names. Adds what was done to the list. kDone, or
-// kFailed after it has said why.
-int carry_out(const List<Step>& plan, const look::Places& places, List<Step>& done);
+struct Outcome {
+  List<Step> done;
+  bool touched = false;  // something is no longer as it was
+};
+
+// In the store that was entered; the files by their real names. kDone, or kFailed after it has said why.
+int carry_out(const List<Step>& plan, const look::Places& places, Outcome& out);
 
 }  // namespace cli::repair
 
