@@ -16,6 +16,7 @@
 #include <vexadm/storage.h>
 
 #include "caught_output.h"
+#include "commands/repair_files.h"
 #include "commands/rows.h"
 #include "look/diagnosis.h"
 #include "store_writer.h"
@@ -23,13 +24,8 @@
 namespace cli {
 namespace {
 
-bool sync_directory(const Text& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool synced = fsync(fd) == 0;
-  close(fd);
-  return synced;
-}
+using repair::directory_of;
+using repair::sync_directory;
 
 bool make_directories(const Text& path) {
   for (std::size_t end = 1; end < path.size(); ++end) {
@@ -38,8 +34,6 @@ bool make_directories(const Text& path) {
   }
   return true;
 }
-
-Text directory_of(const Text& path) { return Text(part(path.view(), 0, path.view().rfind('/') + 1)); }
 
 // Names in the directory that the library counts as copies.
 List<Text> names_of_copies(const Text& directory) {
@@ -112,7 +106,7 @@ class OwnCopy {
     }
     // A healthy one with other content is that of a program which wrote meanwhile: both are kept.
     const Text name = !made.empty() && !healthy ? Text(made.view()) : next_name();
-    if (rename(path_.c_str(), in_directory(name).c_str()) != 0 || !sync_directory(places_.dated)) {
+    if (rename(path_.c_str(), in_directory(name).c_str()) != 0 || !sync_directory(places_.dated.c_str())) {
       return fail("the copy could not be renamed: %s; it is %s", std::strerror(errno), path_.c_str());
     }
     note(arguments, "the library's own copy %s; %s%s was made by vexadm",
@@ -151,21 +145,21 @@ class OwnCopy {
     const int reason = errno;
     if (fd >= 0) close(fd);
     sqlite3_free(image);
-    if (written && sync_directory(places_.dated)) return kDone;
+    if (written && sync_directory(places_.dated.c_str())) return kDone;
     return fail("%s: %s; no copy can be made, so nothing was cleaned", path_.c_str(),
                 std::strerror(written ? errno : reason));
   }
 
   // The name of the copy that has come since make(); empty when there is none.
   Text find_new() const {
-    List<Text> now = names_of_copies(places_.dated);
-    for (Text& name : now) {
+    const List<Text> now = names_of_copies(places_.dated);
+    for (const Text& name : now) {
       const auto same_stamp = [&](const Text& old) { return stamp_of(old) == stamp_of(name); };
-      if (std::none_of(before_.begin(), before_.end(), same_stamp)) return std::move(name);
+      if (std::none_of(before_.begin(), before_.end(), same_stamp)) return Text(name.view());
     }
     // Of two cleans in one second the stamps are the same.
-    for (Text& name : now) {
-      if (same_content(in_directory(name), path_)) return std::move(name);
+    for (const Text& name : now) {
+      if (same_content(in_directory(name), path_)) return Text(name.view());
     }
     return Text();
   }
@@ -215,7 +209,7 @@ int remove_the_rest(const look::Places& places) {
     if (!look::exists(path->c_str())) continue;
     if (!remove_database(*path)) {
       code = fail("%s could not be deleted: %s", path->c_str(), std::strerror(errno));
-    } else if (!sync_directory(directory_of(*path))) {
+    } else if (!sync_directory(directory_of(*path).c_str())) {
       code =
           fail("%s is deleted, and may be back after a power cut: %s", path->c_str(), std::strerror(errno));
     }

@@ -29,9 +29,7 @@ bool is_closed(const look::FileReport& report) {
 }
 
 bool backup_lacks(const Diagnosis& diagnosis, const look::Item& item) {
-  if (look::is_version_record(item)) return false;
-  // A second row of a key is never read.
-  if (look::find_exact(diagnosis.primary.items, item.table.view(), item.key.view()) != &item) return false;
+  if (look::is_version_record(item) || item.never_read) return false;
   const look::Item* there = look::find_exact(diagnosis.backup.items, item.table.view(), item.key.view());
   if (there == nullptr || there->value.view() != item.value.view() || there->type != item.type) return true;
   return there->verdict == look::Verdict::kBad && item.verdict != look::Verdict::kBad;
@@ -40,7 +38,7 @@ bool backup_lacks(const Diagnosis& diagnosis, const look::Item& item) {
 // A refresh takes what only the backup has, so it is no part of a repair then.
 bool backup_has_more(const Diagnosis& diagnosis) {
   for (const look::Item& item : diagnosis.backup.items) {
-    if (look::is_version_record(item)) continue;
+    if (look::is_version_record(item) || item.never_read) continue;
     const look::Item* there = look::find_exact(diagnosis.primary.items, item.table.view(), item.key.view());
     if (there == nullptr) return true;
     if (there->verdict == look::Verdict::kBad && item.verdict == look::Verdict::kGood) return true;

@@ -40,7 +40,7 @@ View look_at(const char* path, const char* table, const char* key) {
   }
   const bool whole = look::read_items(database, items, why);
   for (look::Item& item : items) {
-    if (item.key.view() != key || !look::same_table(item.table.view(), table)) continue;
+    if (item.never_read || item.key.view() != key || !look::same_table(item.table.view(), table)) continue;
     view.item = std::move(item);
     view.seen = Seen::kValue;
     return view;

@@ -92,10 +92,11 @@ class ItemDoctor : Doctor {
     List<const Item*> lost;
     List<const Item*> saved;
     List<const Item*> hidden;
+    List<const Item*> strange;
     List<const Item*> odd;
     for (const Item& item : file.items) {
       if (item.never_read) {
-        hidden.push(&item);
+        (in(file, item) != nullptr ? hidden : strange).push(&item);
         continue;
       }
       if (item.verdict == Verdict::kBad) (good_elsewhere(item, other) ? saved : lost).push(&item);
@@ -106,6 +107,10 @@ class ItemDoctor : Doctor {
     tell_bad(lost, saved, name, is_backup);
     if (!hidden.empty()) {
       remark(textf("The %s has a second row of %s; the first one counts.", name, names_of(hidden).c_str()));
+    }
+    if (!strange.empty()) {
+      remark(textf("The %s has rows that programs never read, as their key is no text: %s.", name,
+                   names_of(strange).c_str()));
     }
     if (!odd.empty()) {
       remark(textf("The %s has rows whose length is not what they say or what their type takes: %s.", name,

@@ -388,6 +388,14 @@ no fault
             add_items(path, [item("wifi", 20, "ssid", TEXT, "second")])
         self.findings(remark("The backup has a second row of wifi ssid; the first one counts."),
                       remark("The primary has a second row of wifi ssid; the first one counts."))
+
+    def test_rows_without_a_text_for_a_key_are_told_and_no_fault(self):
+        make_store()
+        make_defaults()
+        for path in (PRIMARY, BACKUP):
+            sql(path, ("insert into wifi values (40,?,5,1,0,'x')", (b"blob",)))
+        self.findings(remark("The backup has rows that programs never read, as their key is no text: wifi blob."),
+                      remark("The primary has rows that programs never read, as their key is no text: wifi blob."))
         self.assertEqual(self.read(), b"Garden house")
 
     def test_wrong_lengths_are_a_remark(self):

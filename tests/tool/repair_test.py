@@ -126,6 +126,13 @@ class Repair(ToolTest):
         self.refreshed()
         self.expect("get", "wifi", "ssid", out="Router\n")
 
+    def test_a_row_that_no_program_finds_is_no_reason_to_keep_a_stale_backup(self):
+        make_store()
+        make_items(PRIMARY, changed("Router"))
+        sql(BACKUP, ("insert into wifi values (40,?,5,1,0,'x')", (b"blob",)))
+        self.refreshed()
+        self.expect("get", "wifi", "ssid", out="Router\n")
+
     def test_a_bad_checksum_of_the_backup_comes_from_the_primary(self):
         make_store()
         sql(BACKUP, "update wifi set crc=1 where key='ssid'")

@@ -332,6 +332,8 @@ class Loading(ToolTest):
             "wifi channel", f'{line}"" 41 text "x"\n{line}blob 40 text "x"\nwifi channel').replace(
                 "wifi ssid", f"{line[:-5]}wifi ssid") + 'wifi ssid 20 text "behind it"\n')
         self.expect("get", "wifi", "ssid", out="behind it\n")
+        watched = self.vexadm("watch", "wifi", "ssid", "--count", "1")
+        self.assertEqual((watched.code, watched.out[20:]), (0, '"behind it"\n'))
         self.expect("get", "wifi", "blob", code=1,
                     err="vexadm: /data/configbak.db has no blob in table wifi; vexadm list wifi shows what there is\n")
         marks = [(one["key"], one["id"], one["never_read"]) for one in self.json("list", "wifi")["items"] if "never_read" in one]
