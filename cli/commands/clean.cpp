@@ -79,6 +79,10 @@ class OwnCopy {
       return fail("%s: %s; no copy can be made, so nothing was cleaned", places_.dated.c_str(),
                   std::strerror(errno));
     }
+    if (!keep_earlier()) {
+      return fail("%s, which a clean that was cut has left, cannot be kept: %s; nothing was cleaned",
+                  path_.c_str(), std::strerror(errno));
+    }
     before_ = names_of_copies(places_.dated);
     if (const int code = write(); code != kDone) {
       remove();
@@ -98,8 +102,7 @@ class OwnCopy {
   // Behind the library's call: sees to it that there is a dated copy.
   int settle(const Arguments& arguments) const {
     const Text made = find_new();
-    const bool healthy =
-        !made.empty() && look::inspect(in_directory(made).c_str()).health == look::Health::kHealthy;
+    const bool healthy = !made.empty() && is_copy(in_directory(made));
     if (healthy && same_content(in_directory(made), path_)) {
       remove();
       return kDone;
@@ -118,6 +121,22 @@ class OwnCopy {
   }
 
  private:
+  // The shell's cp takes a link for a link, and on a full disk an empty file for a copy.
+  static bool is_copy(const Text& path) {
+    struct stat entry {};
+    return lstat(path.c_str(), &entry) == 0 && S_ISREG(entry.st_mode) && entry.st_size > 0 &&
+           look::inspect(path.c_str()).health == look::Health::kHealthy;
+  }
+
+  // What a clean that was killed has left may be the only copy of a store that is gone.
+  bool keep_earlier() const {
+    if (!is_copy(path_)) return true;
+    for (const Text& name : names_of_copies(places_.dated)) {
+      if (same_content(in_directory(name), path_)) return true;
+    }
+    return rename(path_.c_str(), in_directory(next_name()).c_str()) == 0;
+  }
+
   Text in_directory(const Text& name) const { return textf("%s%s", places_.dated.c_str(), name.c_str()); }
 
   // The settled content: a transaction that was cut is not in it.
@@ -133,7 +152,7 @@ class OwnCopy {
           "cleaned as it is",
           places_.primary.c_str(), source.why().c_str());
     }
-    remove();  // what a run that was killed has left
+    remove();  // what is kept already, or was never whole
     const int fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
     bool written = fd >= 0;
     for (sqlite3_int64 at = 0; written && at < size;) {

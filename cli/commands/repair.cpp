@@ -5,6 +5,7 @@
 #include "commands/repair_plan.h"
 #include "commands/repair_steps.h"
 #include "commands/rows.h"
+#include "look/tree_path.h"
 #include "store_writer.h"
 
 namespace cli {
@@ -69,7 +70,16 @@ int without_a_step(const Arguments& arguments, const Places& named, bool faulty)
   return kDone;
 }
 
-int repair_store(const Arguments& arguments, const Places& named) {
+// Where the copies are, as the user names it: beside the primary, or the link in its place.
+Text named_directory(const Arguments& arguments) {
+  const std::string_view store = arguments.store != nullptr ? arguments.store : "/data/";
+  if (arguments.root == nullptr) return Text(store);
+  Text path(store.starts_with('/') ? "" : "/");
+  path.add(store);
+  return look::path_below(arguments.root, path.view());
+}
+
+int repair_store(const Arguments& arguments, const Places& named, const Text& directory) {
   const Places real = real_places(arguments);
   const Diagnosis diagnosis = look::diagnose(real);
   if (const int code = refuse_closed(diagnosis, named); code != kDone) return code;
@@ -81,7 +91,7 @@ int repair_store(const Arguments& arguments, const Places& named) {
   const int code = carry_out(plan, real, outcome);
   Text kept_in;
   if (outcome.touched) {
-    kept_in = textf("%s%s", directory_of(named.primary).c_str(), keep.name().c_str());
+    kept_in = textf("%s%s", directory.c_str(), keep.name().c_str());
   } else {
     keep.remove();
   }
@@ -109,8 +119,9 @@ int run_repair(Arguments& arguments) {
       return kDone;
     }
   }
+  const Text directory = named_directory(arguments);
   if (const int code = enter_store(arguments); code != kDone) return code;
-  return repair_store(arguments, named);
+  return repair_store(arguments, named, directory);
 }
 
 constexpr Option kRepairOptions[] = {{"--dry-run", nullptr, "say what would be done, and do nothing"}};

@@ -89,12 +89,13 @@ List<Step> plan_for(const Diagnosis& diagnosis) {
   if (replaceable(diagnosis.primary) && !fresh) {
     if (usable(diagnosis.backup)) {
       plan.push({Step::kReplace, File::kPrimary, File::kBackup});
-    } else if (replaceable(diagnosis.backup) && usable(diagnosis.factory)) {
+    } else if (replaceable(diagnosis.backup) && diagnosis.backup.items.empty() && usable(diagnosis.factory)) {
       plan.push({Step::kReplace, File::kPrimary, File::kFactory});
       plan.push(kRefreshBackup);
     }
   } else if (usable(diagnosis.primary) && replaceable(diagnosis.backup)) {
-    plan.push(kRefreshBackup);
+    // Of a damaged backup too: what can still be read of it may be all that is left.
+    if (!backup_has_more(diagnosis)) plan.push(kRefreshBackup);
   } else if (usable(diagnosis.primary) && usable(diagnosis.backup)) {
     plan_items(diagnosis, plan);
   }

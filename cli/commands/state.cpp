@@ -148,7 +148,9 @@ int run_backups(Arguments& arguments) {
     if (std::strstr(entry->d_name, ".db") == nullptr) continue;
     const Text path = textf("%s%s", places.dated.c_str(), entry->d_name);
     const look::FileReport report = look::inspect(path.c_str());
-    copies.push({Text(entry->d_name), report.size, report.health});
+    // An empty file is a database to SQLite, and no copy of anything.
+    const bool empty = report.health == look::Health::kHealthy && report.size == 0;
+    copies.push({Text(entry->d_name), report.size, empty ? look::Health::kNotDatabase : report.health});
     errno = 0;  // at the end there is none
   }
   const int reason = directory != nullptr ? errno : 0;

@@ -91,8 +91,15 @@ class FileDoctor : Doctor {
     } else if (report.health == Health::kCorrupt && report.schema_read) {
       Finding& finding = fault(textf(
           "The backup is damaged: %s. Programs get defaults for what cannot be read.", report.why.c_str()));
-      finding.next_start = Text("nothing; the next write of any item copies the primary over it");
-      finding.person = Text(kRepair);
+      if (out_.backup.has_rows() && (is_empty(out_.primary) || !out_.primary.healthy())) {
+        // Nothing else has what can still be read, and neither library nor repair would copy it.
+        finding.write_loses = true;
+        finding.next_start = Text("nothing; the next write replaces it, and what can still be read is lost");
+        finding.person = Text("keep that: vexadm dump > FILE, then vexadm load --force FILE");
+      } else {
+        finding.next_start = Text("nothing; the next write of any item copies the primary over it");
+        finding.person = Text(kRepair);
+      }
     } else if (report.health == Health::kCorrupt) {
       corrupt_backup();
     }

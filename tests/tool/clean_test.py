@@ -52,6 +52,29 @@ class Copies(ToolTest):
         self.assertEqual(read_bytes(DATED + names[0]), self.content)
         self.assertEqual(os.listdir("/data"), [])
 
+    def test_the_copy_that_a_killed_clean_left_is_kept(self):
+        make_items("/tmp/old.db", changed("Before"))
+        shutil.copyfile("/tmp/old.db", DATED + "vexadm-clean-copy")
+        self.expect("clean", "--backup", "--yes", err=CLEAN)
+        held = sorted(read_bytes(DATED + name) for name in os.listdir(DATED))
+        self.assertEqual(held, sorted([self.content, read_bytes("/tmp/old.db")]))
+        self.assertEqual(len(re.findall(r"healthy", self.vexadm("backups").out)), 2)
+
+    def test_a_link_to_the_store_is_no_copy_of_it(self):
+        os.mkdir("/data/real")
+        os.rename(PRIMARY, "/data/real/config.db")
+        os.symlink("/data/real/config.db", PRIMARY)
+        result = self.vexadm("clean", "--backup", "--yes")
+        self.assertEqual((result.code, result.out), (0, ""))
+        names = os.listdir(DATED)
+        self.assertRegex(" ".join(names), rf"\A{STAMP}\.db1\Z")
+        self.assertFalse(os.path.islink(DATED + names[0]))
+        self.assertEqual(read_bytes(DATED + names[0]), self.content)
+
+    def test_an_empty_file_is_no_copy(self):
+        write_bytes(DATED + "2026-11-02_08_15_00.db1", b"")
+        self.expect("backups", out="2026-11-02_08_15_00.db1  0 bytes  no database\n")
+
     def test_what_a_killed_clean_left_is_no_obstacle_and_no_copy(self):
         write_bytes(DATED + "vexadm-clean-copy", b"old")
         self.expect("backups", out="/mnt/vendor/nvdata/ holds no copies\n")

@@ -440,6 +440,64 @@ class Repair(ToolTest):
         result = self.vexadm("repair", "--json")
         self.assertEqual((result.code, json.loads(result.out)["done"]), (1, False))
 
+    # ---- what only a damaged backup has ----------------------------------------
+
+    def loses_nothing(self, *more):
+        """Writing and repair are refused; what check advises brings all of it back."""
+        dump = self.vexadm("dump").out
+        self.assertIn('wifi ssid 20 text "Garden house"', dump)
+        advice = "keep that: vexadm dump > FILE, then vexadm load --force FILE"
+        self.assertIn(advice, [one["person"] for one in self.json("check", code=1)["findings"]] + list(more))
+        before = snapshot("/data")
+        result = self.vexadm("set", "wifi", "channel", "12")
+        self.assertEqual((result.code, result.err[:42]), (1, "vexadm: a write now would lose settings. T"))
+        self.expect("repair", code=1, err=NO_COPY_HELPS)
+        self.assertEqual(snapshot("/data"), before)
+        write_bytes("/tmp/dump", dump.encode())
+        self.assertEqual(self.vexadm("load", "--force", "/tmp/dump").code, 0)
+        self.expect("dump", out=dump)
+        self.assertEqual(self.vexadm("check", "--quiet").code, 0)
+
+    def damage_behind_the_rows(self, path):
+        """The number of free pages in the header: the quick check fails, every row can be read."""
+        with open(path, "r+b") as file:
+            file.seek(36)
+            file.write((7).to_bytes(4, "big"))
+
+    def test_a_damaged_backup_without_a_primary_is_not_thrown_away(self):
+        make_store()
+        os.unlink(PRIMARY)
+        self.damage_behind_the_rows(BACKUP)
+        self.loses_nothing()
+
+    def test_a_damaged_backup_is_worth_more_than_the_factory_copy(self):
+        make_store()
+        make_items(FACTORY, changed("Factory"))
+        spoil(PRIMARY)
+        self.damage_behind_the_rows(BACKUP)
+        self.loses_nothing()
+
+    def test_a_damaged_backup_that_has_more_than_the_primary_stays(self):
+        make_store()
+        sql(PRIMARY, "drop table wifi")
+        self.damage_behind_the_rows(BACKUP)
+        before = snapshot("/data")
+        self.expect("repair", code=1, err=NO_COPY_HELPS)
+        self.assertEqual(snapshot("/data"), before)
+
+    def test_the_place_of_the_copies_is_told_as_it_is(self):
+        os.makedirs("/tmp/tree/data/real")
+        make_store(directory="/tmp/tree/data/")
+        os.rename("/tmp/tree/data/config.db", "/tmp/tree/data/real/p.db")
+        spoil("/tmp/tree/data/real/p.db")
+        os.symlink("/data/real/p.db", "/tmp/tree/data/config.db")
+        self.not_emulated("the emulator does not know openat2")
+        result = self.vexadm("--root", "/tmp/tree", "repair")
+        self.assertEqual((result.code, result.err), (0, ""))
+        kept = re.match(r"everything as it was is kept in (\S+)\n", result.out).group(1)
+        self.assertEqual(os.path.dirname(kept), "/tmp/tree/data")
+        self.assertTrue(os.path.isdir(kept))
+
     # ---- failures in the middle ------------------------------------------------
 
     def fails_and_touches_nothing(self, *pattern, **options):
