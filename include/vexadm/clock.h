@@ -84,7 +84,7 @@ VEXA_API int32_t get_days(const char *date1, const char *date2);
 
 /** Date and time, of the Gregorian calendar. */
 typedef struct vexa_mytime {
-  uint16_t year;         /**< 1970 and later */
+  uint16_t year;         /**< 1970 to 65535; of a later year the lower 16 bits */
   uint8_t month;         /**< 1 to 12 */
   uint8_t day;           /**< 1 to 31 */
   uint8_t hour;          /**< 0 to 23 */

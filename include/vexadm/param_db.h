@@ -106,8 +106,8 @@ enum vexa_db_type {
   VEXA_DB_U8 = 0,           /**< one byte */
   VEXA_DB_U8_ALT = 1,       /**< one byte */
   VEXA_DB_U32 = 2,          /**< 32 bits */
-  VEXA_DB_U16 = 3,          /**< 16 bits, which are never written */
-  VEXA_DB_U32_UNLOADED = 4, /**< 32 bits, which are written and asked for singly */
+  VEXA_DB_U16 = 3,          /**< 16 bits, of which vexa_db_reload_value() alone writes the column */
+  VEXA_DB_U32_UNLOADED = 4, /**< 32 bits, which are not loaded, nor taken by vexa_db_update_value() */
   VEXA_DB_64 = 5,           /**< 64 bits */
   VEXA_DB_TEXT = 6,         /**< terminated text */
   VEXA_DB_U32_ALT = 7       /**< 32 bits */

@@ -186,9 +186,10 @@ VEXA_API int32_t get_flash_type(void);
  * @retval -1  not started: command is NULL, empty, or not on the list (nothing is
  *             logged); 512 characters or more ("unable to re-direct stderr: command
  *             string too long.Command string was: %s\n", level 3, under
- *             "vexa_ds_system_call3"); no memory, pipe or process. Or started: exit code other than 0, 255
- * among them for a program that cannot be executed and for 32 words or more ("[cpid:%d] Process exited
- *             normally with rc=%d\n"); ended by a signal, or somebody else has waited
+ *             "vexa_ds_system_call3"); no memory, pipe or process. Or started: exit code
+ *             other than 0, 255 among them for a program that cannot be executed and for
+ *             32 words or more ("[cpid:%d] Process exited normally with rc=%d\n"); ended
+ *             by a signal, or somebody else has waited
  *             for it ("(): [cpid:%d] wait_pid = %d\n", 1 or 0); silent ("[cpid:%d]
  *             ds_exec kill()ed pid %d with SIGKILL\n", or "[cpid:%d] ds_exec tried
  *             kill(); failed with error %d - %s\n"); or the wait failed

@@ -77,7 +77,7 @@ struct vexa_dm_backend_ops {
   int32_t (*write)(uint32_t id, const struct vexa_dm_item_desc *desc, const void *data, int32_t length);
   /** Reads an item; dm_sqlite_read(). */
   int32_t (*read)(uint32_t id, const struct vexa_dm_item_desc *desc, uint8_t *buffer, int32_t length);
-  /** Deletes what is stored; dm_sqlite_clean(). */
+  /** Deletes the stored items, not the defaults; dm_sqlite_clean(). */
   uint32_t (*clean)(char *backup);
   /** Stores a default; dm_sqlite_def_db_const(). */
   uint32_t (*def_db_const)(uint32_t id, struct vexa_dm_item_desc *desc, const void *value, uint32_t length);
