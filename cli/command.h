@@ -93,7 +93,7 @@ class Progress {
 void tell_of_waiting(const Arguments& arguments);
 
 // Colour of standard output, where a person looks at it and has not asked for none (no-color.org).
-enum class Colour { kPlain, kGood, kBad, kWarning, kDim, kBold };
+enum class Colour { kPlain, kGood, kBad, kWarning, kBold };
 void use_colour();
 void add_coloured(Text& out, Colour colour, std::string_view text);
 

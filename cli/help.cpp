@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: MIT
 // help, version, and the words that completion asks for.
-#include <cstdio>
-#include <cstring>
-
 #include <vexadm/version.h>
 
 #include "base/json.h"

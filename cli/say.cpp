@@ -98,7 +98,7 @@ void use_colour() {
 }
 
 void add_coloured(Text& out, Colour colour, std::string_view text) {
-  static constexpr const char* kCodes[] = {"", "32", "31", "33", "2", "1"};
+  static constexpr const char* kCodes[] = {"", "32", "31", "33", "1"};
   const char* code = kCodes[static_cast<int>(colour)];
   if (!g_colour || code[0] == '\0') {
     out.add(text);

@@ -5,7 +5,6 @@
 #include <vexadm/log.h>
 #include <vexadm/storage.h>
 
-#include <cstdio>
 #include <cstring>
 
 namespace cli {

@@ -53,7 +53,6 @@ class Text {
   // Makes the text longer by count bytes and gives where they begin.
   char* grow(std::size_t count);
   void shorten(std::size_t size);
-  void clear() { shorten(0); }
 
   const char* c_str() const { return data_ != nullptr ? data_ : ""; }
   char* data() { return data_; }

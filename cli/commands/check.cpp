@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // check: what is wrong with a store, in plain words.
-#include <cstdio>
-
 #include "base/value.h"
 #include "commands/rows.h"
 #include "look/diagnosis.h"

@@ -17,7 +17,6 @@
 
 #include "caught_output.h"
 #include "commands/repair_files.h"
-#include "commands/rows.h"
 #include "look/diagnosis.h"
 #include "store_writer.h"
 

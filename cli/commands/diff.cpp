@@ -1,8 +1,5 @@
 // SPDX-License-Identifier: MIT
 // diff: what two stores hold differently.
-#include <cstring>
-
-#include "base/value.h"
 #include "commands/dump_format.h"
 #include "commands/rows.h"
 
@@ -10,13 +7,11 @@ namespace cli {
 namespace {
 
 struct Side {
-  const char* name;
   Text path;
   List<look::Item> items;
 };
 
 int read_side(const Arguments& arguments, const char* argument, Side& side) {
-  side.name = argument;
   const look::Places places = look::places_of_argument(argument);
   const char* asked = arguments.value("--file");
   const std::string_view which = asked != nullptr ? asked : "backup";

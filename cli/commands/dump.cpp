@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // dump: a store as text.
-#include <cstdio>
-
 #include "base/value.h"
 #include "commands/dump_format.h"
 #include "commands/rows.h"

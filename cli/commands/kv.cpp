@@ -31,7 +31,7 @@ int run_kv(Arguments& arguments) {
   Rows rows;
   if (const int code = open_rows(arguments, rows); code != kDone) return code;
   List<look::Item> items;
-  const look::Item* item = find_row(arguments, rows, items, arguments.words[0], arguments.words[1]);
+  const look::Item* item = find_row(rows, items, arguments.words[0], arguments.words[1]);
   if (item == nullptr) return kFailed;
   if (item->verdict == look::Verdict::kBad) {
     return fail("%s fails its checksum: programs get the default instead", arguments.words[1]);

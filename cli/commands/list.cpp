@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // list, get and defaults: what a store holds.
-#include <cstdio>
-
 #include <vexadm/types.h>
 
 #include "base/value.h"
@@ -98,7 +96,7 @@ int run_get(Arguments& arguments) {
   Rows rows;
   if (const int code = open_rows(arguments, rows); code != kDone) return code;
   List<look::Item> items;
-  const look::Item* item = find_row(arguments, rows, items, arguments.words[0], arguments.words[1]);
+  const look::Item* item = find_row(rows, items, arguments.words[0], arguments.words[1]);
   if (item == nullptr) return kFailed;
   const bool bad = item->verdict == look::Verdict::kBad;
   if (bad) fail("%s fails its checksum: programs get the default instead", arguments.words[1]);

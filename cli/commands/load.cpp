@@ -2,7 +2,6 @@
 // load: a dump, stored item by item.
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 
 #include <vexadm/data_manager.h>
 

@@ -13,7 +13,6 @@ int open_rows(const Arguments& arguments, Rows& out) {
   look::Places places = arguments.places();
   const char* asked = arguments.value("--file");
   const std::string_view which = asked != nullptr ? asked : "backup";
-  out.name = which.data();
   if (which == "primary") {
     out.path = std::move(places.primary);
   } else if (which == "backup") {
@@ -44,8 +43,7 @@ int open_rows(const Arguments& arguments, Rows& out) {
   return fail("%s cannot be read: %s; vexadm check tells more", out.path.c_str(), out.database.why().c_str());
 }
 
-const look::Item* find_row(const Arguments& arguments, Rows& rows, List<look::Item>& items, const char* table,
-                           const char* key) {
+const look::Item* find_row(Rows& rows, List<look::Item>& items, const char* table, const char* key) {
   Text why;
   const bool whole = look::read_items(rows.database, items, why);
   const look::Item* item = look::find(items, table, key);
@@ -61,7 +59,6 @@ const look::Item* find_row(const Arguments& arguments, Rows& rows, List<look::It
     return nullptr;
   }
   fail("%s has no table %s; vexadm list shows what there is", rows.path.c_str(), table);
-  (void)arguments;
   return nullptr;
 }
 
@@ -91,13 +88,6 @@ void add_item_fields(Json& json, const look::Item& item) {
   json.text("crc", look::verdict_name(item.verdict))
       .number("stored_crc", item.crc)
       .number("computed_crc", item.computed_crc);
-}
-
-void add_verdict(Text& out, look::Verdict verdict) {
-  const Colour colour = verdict == look::Verdict::kBad     ? Colour::kBad
-                        : verdict == look::Verdict::kEmpty ? Colour::kWarning
-                                                           : Colour::kPlain;
-  add_coloured(out, colour, look::verdict_name(verdict));
 }
 
 void add_text_line(Text& out, std::string_view text) {

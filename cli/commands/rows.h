@@ -16,21 +16,16 @@ constexpr Option kFileOption = {
 struct Rows {
   look::Database database;
   Text path;
-  const char* name = "";  // as in --file
 };
 
 // kDone, or kFailed or kUsage after it has said why.
 int open_rows(const Arguments& arguments, Rows& out);
 
 // The row in the file, or null after it has said that there is none.
-const look::Item* find_row(const Arguments& arguments, Rows& rows, List<look::Item>& items, const char* table,
-                           const char* key);
+const look::Item* find_row(Rows& rows, List<look::Item>& items, const char* table, const char* key);
 
 // Members of an item in an object that is open.
 void add_item_fields(Json& json, const look::Item& item);
-
-// The verdict in its colour.
-void add_verdict(Text& out, look::Verdict verdict);
 
 // A text of the store as it is, for what reads it; on a terminal without what would move its cursor.
 void add_text_line(Text& out, std::string_view text);

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: MIT
 // ussd, at, gateway, wait-ip, crc: the toolbox from a shell.
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include <vexadm/at_command.h>
 #include <vexadm/data_manager.h>
 #include <vexadm/gsm_text.h>
-#include <vexadm/log.h>
 #include <vexadm/netlink.h>
 
 #include "base/value.h"

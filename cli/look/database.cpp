@@ -122,12 +122,6 @@ void Database::close() {
 Query::Query(const Database& database, const char* sql)
     : code_(sqlite3_prepare_v2(database.get(), sql, -1, &statement_, nullptr)) {}
 
-void Query::bind(int parameter, std::string_view text) {
-  if (code_ != SQLITE_OK) return;
-  code_ =
-      sqlite3_bind_text(statement_, parameter, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
-}
-
 bool Query::next() {
   if (code_ != SQLITE_OK && code_ != SQLITE_ROW) return false;
   code_ = sqlite3_step(statement_);

@@ -50,7 +50,6 @@ class Query {
   Query& operator=(const Query&) = delete;
   ~Query() { sqlite3_finalize(statement_); }
 
-  void bind(int parameter, std::string_view text);
   bool next();  // false at the end and on an error; code() tells which
   int code() const { return code_; }
   bool failed() const { return code_ != SQLITE_OK && code_ != SQLITE_ROW && code_ != SQLITE_DONE; }

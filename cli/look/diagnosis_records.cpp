@@ -2,8 +2,6 @@
 // What a store says about itself, and what lies beside it.
 #include <dirent.h>
 
-#include <cstring>
-
 #include <vexadm/storage.h>
 
 #include "base/value.h"

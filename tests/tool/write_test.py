@@ -1,11 +1,9 @@
 # SPDX-License-Identifier: MIT
 """set, empty, dump and load: what is stored, by which id and type, and what is refused."""
 import random
-import shutil
 
 from support import *
 
-NOTHING_STORED = {}
 
 
 class Setting(ToolTest):
