@@ -29,9 +29,9 @@ bool is_closed(const look::FileReport& report) {
 }
 
 bool backup_lacks(const Diagnosis& diagnosis, const look::Item& item) {
+  if (look::lacks(diagnosis.backup.items, item)) return true;
   if (look::is_version_record(item) || item.never_read) return false;
   const look::Item* there = look::find_exact(diagnosis.backup.items, item.table.view(), item.key.view());
-  if (there == nullptr || there->value.view() != item.value.view() || there->type != item.type) return true;
   return there->verdict == look::Verdict::kBad && item.verdict != look::Verdict::kBad;
 }
 

@@ -44,7 +44,10 @@ bool write_image(const char* path, const unsigned char* image, sqlite3_int64 siz
     written = fchmod(fd, old->st_mode & 07777) == 0;
   }
   written = written && fsync(fd) == 0;
-  return close(fd) == 0 && written;
+  const int reason = errno;
+  if (close(fd) != 0) return false;
+  errno = reason;
+  return written;
 }
 
 // By the settled content of the other, as the library's own copies have it.

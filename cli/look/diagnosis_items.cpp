@@ -29,10 +29,7 @@ class ItemDoctor : Doctor {
     List<const Item*> ahead;
     List<const Item*> only_backup;
     for (const Item& item : out_.primary.items) {
-      if (is_version_record(item) || item.never_read) continue;
-      const Item* there = in(out_.backup, item);
-      if (there == nullptr || there->value.view() != item.value.view() || there->type != item.type)
-        ahead.push(&item);
+      if (lacks(out_.backup.items, item)) ahead.push(&item);
     }
     for (const Item& item : out_.backup.items) {
       if (is_version_record(item) || item.never_read) continue;

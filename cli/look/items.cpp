@@ -116,6 +116,12 @@ const Item* find_exact(const List<Item>& items, std::string_view table, std::str
   return nullptr;
 }
 
+bool lacks(const List<Item>& backup, const Item& item) {
+  if (is_version_record(item) || item.never_read) return false;
+  const Item* there = find_exact(backup, item.table.view(), item.key.view());
+  return there == nullptr || there->value.view() != item.value.view() || there->type != item.type;
+}
+
 bool is_version_record(const Item& item) {
   return item.key.view() == kVersionKey && same_table(item.table.view(), kVersionTable);
 }

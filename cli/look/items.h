@@ -54,6 +54,10 @@ const Item* find(const List<Item>& items, std::string_view table, std::string_vi
 // The same for a name that comes from such a list: by its very bytes, and quickly.
 const Item* find_exact(const List<Item>& items, std::string_view table, std::string_view key);
 
+// The backup lacks what the primary has, or has it with other bytes or as another type. Records of
+// databases about themselves, and rows that programs never read, are no items.
+bool lacks(const List<Item>& backup, const Item& item);
+
 // Table names are compared as SQL does: without regard to case.
 bool same_table(std::string_view a, std::string_view b);
 
