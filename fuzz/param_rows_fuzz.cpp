@@ -208,8 +208,12 @@ Variable make_variable(Source& source) {
   variable.type = source.below(10);
   variable.size = variable.type == 6 ? source.below(source.byte() % 4 == 0 ? 300 : 20) : source.byte();
   variable.bytes = variable.type == 6 ? variable.size : kWidths[variable.type];
+  std::string bytes = source.bytes(variable.bytes);
+  if (variable.type == 6 && variable.size == 0) {  // written up to its terminator
+    bytes = std::string(source.bytes(source.below(8)).c_str());
+    variable.bytes = bytes.size() + 1;
+  }
   variable.memory = std::make_unique<char[]>(variable.bytes);
-  const std::string bytes = source.bytes(variable.bytes);
   std::memcpy(variable.memory.get(), bytes.data(), bytes.size());
   return variable;
 }
