@@ -17,13 +17,7 @@ bool g_colour = false;
 
 void say(const char* format, std::va_list arguments) {
   Text said;
-  std::va_list again;
-  va_copy(again, arguments);
-  const int size = std::vsnprintf(nullptr, 0, format, arguments);
-  if (size > 0)
-    std::vsnprintf(said.grow(static_cast<std::size_t>(size)), static_cast<std::size_t>(size) + 1, format,
-                   again);
-  va_end(again);
+  said.vaddf(format, arguments);
   // Names of a damaged store may hold what moves a terminal's cursor.
   Text line("vexadm: ");
   line.add(printable(said.view()).view()).add('\n');

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "base/text.h"
 
+#include <time.h>
 #include <unistd.h>
 
-#include <cstdarg>
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -50,24 +51,21 @@ Text& Text::add(std::string_view text) {
   return *this;
 }
 
-namespace {
-
-void add_formatted(Text& text, const char* format, std::va_list arguments) {
+Text& Text::vaddf(const char* format, std::va_list arguments) {
   std::va_list again;
   va_copy(again, arguments);
   const int size = std::vsnprintf(nullptr, 0, format, arguments);
   if (size < 0) out_of_memory();
   const auto count = static_cast<std::size_t>(size);
-  if (char* place = text.grow(count)) std::vsnprintf(place, count + 1, format, again);
+  if (char* place = grow(count)) std::vsnprintf(place, count + 1, format, again);
   va_end(again);
+  return *this;
 }
-
-}  // namespace
 
 Text& Text::addf(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  add_formatted(*this, format, arguments);
+  vaddf(format, arguments);
   va_end(arguments);
   return *this;
 }
@@ -76,8 +74,24 @@ Text textf(const char* format, ...) {
   Text text;
   std::va_list arguments;
   va_start(arguments, format);
-  add_formatted(text, format, arguments);
+  text.vaddf(format, arguments);
   va_end(arguments);
+  return text;
+}
+
+Text local_time() {
+  const time_t now = time(nullptr);
+  tm local = {};
+  localtime_r(&now, &local);
+  char text[32] = {};
+  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  return Text(text);
+}
+
+Text local_time_in_names() {
+  Text text = local_time();
+  std::replace(text.data(), text.data() + text.size(), ' ', '_');
+  std::replace(text.data(), text.data() + text.size(), ':', '_');
   return text;
 }
 

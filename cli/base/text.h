@@ -3,6 +3,7 @@
 #ifndef VEXADM_CLI_TEXT_H
 #define VEXADM_CLI_TEXT_H
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -50,6 +51,7 @@ class Text {
   Text& add(std::string_view text);
   Text& add(char character) { return add(std::string_view(&character, 1)); }
   Text& addf(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  Text& vaddf(const char* format, std::va_list arguments) __attribute__((format(printf, 2, 0)));
   // Makes the text longer by count bytes and gives where they begin.
   char* grow(std::size_t count);
   void shorten(std::size_t size);
@@ -67,6 +69,10 @@ class Text {
 };
 
 Text textf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// The unit's local time now: "2026-11-02 08:15:00", and as names of files have it: "2026-11-02_08_15_00".
+Text local_time();
+Text local_time_in_names();
 
 // Items one after the other, moved when the list grows.
 template <typename T>

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 // clean: the library's, with a copy that is sure to be one, and to its end.
-#include <dirent.h>
 #include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,7 +21,6 @@
 namespace cli {
 namespace {
 
-using repair::directory_of;
 using repair::sync_directory;
 
 bool make_directories(const Text& path) {
@@ -32,17 +29,6 @@ bool make_directories(const Text& path) {
     if (mkdir(Text(part(path.view(), 0, end)).c_str(), 0755) != 0 && errno != EEXIST) return false;
   }
   return true;
-}
-
-// Names in the directory that the library counts as copies.
-List<Text> names_of_copies(const Text& directory) {
-  List<Text> names;
-  DIR* entries = opendir(directory.c_str());
-  while (const dirent* entry = entries != nullptr ? readdir(entries) : nullptr) {
-    if (std::strstr(entry->d_name, ".db") != nullptr) names.push(Text(entry->d_name));
-  }
-  if (entries != nullptr) closedir(entries);
-  return names;
 }
 
 // Without the number, which changes with the copy's age.
@@ -82,7 +68,7 @@ class OwnCopy {
       return fail("%s, which a clean that was cut has left, cannot be kept: %s; nothing was cleaned",
                   path_.c_str(), std::strerror(errno));
     }
-    before_ = names_of_copies(places_.dated);
+    before_ = look::dated_copies(places_);
     if (const int code = write(); code != kDone) {
       remove();
       return code;
@@ -130,7 +116,7 @@ class OwnCopy {
   // What a clean that was killed has left may be the only copy of a store that is gone.
   bool keep_earlier() const {
     if (!is_copy(path_)) return true;
-    for (const Text& name : names_of_copies(places_.dated)) {
+    for (const Text& name : look::dated_copies(places_)) {
       if (same_content(in_directory(name), path_)) return true;
     }
     return rename(path_.c_str(), in_directory(next_name()).c_str()) == 0;
@@ -170,7 +156,7 @@ class OwnCopy {
 
   // The name of the copy that has come since make(); empty when there is none.
   Text find_new() const {
-    const List<Text> now = names_of_copies(places_.dated);
+    const List<Text> now = look::dated_copies(places_);
     for (const Text& name : now) {
       const auto same_stamp = [&](const Text& old) { return stamp_of(old) == stamp_of(name); };
       if (std::none_of(before_.begin(), before_.end(), same_stamp)) return Text(name.view());
@@ -185,16 +171,11 @@ class OwnCopy {
   // As the library names them: date and time, and the number by age.
   Text next_name() const {
     int number = 0;
-    for (const Text& name : names_of_copies(places_.dated)) {
+    for (const Text& name : look::dated_copies(places_)) {
       const char last = name.view().back();
       if (last >= '0' && last <= '9') number = std::max(number, last - '0');
     }
-    const time_t now = time(nullptr);
-    tm local = {};
-    localtime_r(&now, &local);
-    char stamp[32] = {};
-    strftime(stamp, sizeof stamp, "%Y-%m-%d_%H_%M_%S", &local);
-    return textf("%s.db%d", stamp, number + 1);
+    return textf("%s.db%d", local_time_in_names().c_str(), number + 1);
   }
 
   const look::Places& places_;
@@ -227,7 +208,7 @@ int remove_the_rest(const look::Places& places) {
     if (!look::exists(path->c_str())) continue;
     if (!remove_database(*path)) {
       code = fail("%s could not be deleted: %s", path->c_str(), std::strerror(errno));
-    } else if (!sync_directory(directory_of(*path).c_str())) {
+    } else if (!sync_directory(look::directory_of(*path).c_str())) {
       code =
           fail("%s is deleted, and may be back after a power cut: %s", path->c_str(), std::strerror(errno));
     }

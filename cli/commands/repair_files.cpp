@@ -6,9 +6,10 @@
 
 #include <cstdlib>
 
+#include "look/places.h"
+
 namespace cli::repair {
 
-Text directory_of(const Text& path) { return Text(part(path.view(), 0, path.view().rfind('/') + 1)); }
 std::string_view name_of(const Text& path) { return part(path.view(), path.view().rfind('/') + 1); }
 
 bool sync_directory(const char* path) {
@@ -30,7 +31,7 @@ Text real_path(const Text& path) {
   for (int followed = 0; followed < kMostLinks; ++followed) {
     char link[4096] = {};
     if (readlink(at.c_str(), link, sizeof link - 1) < 0) return at;
-    at = link[0] == '/' ? Text(std::string_view(link)) : textf("%s%s", directory_of(at).c_str(), link);
+    at = link[0] == '/' ? Text(std::string_view(link)) : textf("%s%s", look::directory_of(at).c_str(), link);
   }
   return Text(path.view());
 }

@@ -9,7 +9,6 @@
 
 namespace cli::repair {
 
-Text directory_of(const Text& path);  // with the slash behind
 std::string_view name_of(const Text& path);
 
 bool sync_directory(const char* path);

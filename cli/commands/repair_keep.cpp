@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -66,7 +65,7 @@ int Keep::take(const look::Places& real) {
                   why.c_str());
     }
   }
-  if (sync_directory(directory_.c_str()) && sync_directory(directory_of(places_.primary).c_str()))
+  if (sync_directory(directory_.c_str()) && sync_directory(look::directory_of(places_.primary).c_str()))
     return kDone;
   const int reason = errno;
   remove();
@@ -74,16 +73,12 @@ int Keep::take(const look::Places& real) {
 }
 
 int Keep::make_directory() {
-  const time_t now = time(nullptr);
-  tm local = {};
-  localtime_r(&now, &local);
-  char stamp[40] = {};
-  strftime(stamp, sizeof stamp, "vexadm-repair_%Y-%m-%d_%H_%M_%S", &local);
+  const Text stamp = textf("vexadm-repair_%s", local_time_in_names().c_str());
   // More than one within a second.
   constexpr int kMostAlike = 99;
   for (int number = 1; number <= kMostAlike; ++number) {
-    name_ = number == 1 ? Text(std::string_view(stamp)) : textf("%s_%d", stamp, number);
-    directory_ = textf("%s%s", directory_of(places_.primary).c_str(), name_.c_str());
+    name_ = number == 1 ? Text(stamp.view()) : textf("%s_%d", stamp.c_str(), number);
+    directory_ = textf("%s%s", look::directory_of(places_.primary).c_str(), name_.c_str());
     if (mkdir(directory_.c_str(), 0700) == 0) return kDone;
     if (errno != EEXIST) break;
   }

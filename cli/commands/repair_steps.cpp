@@ -53,8 +53,8 @@ bool write_image(const char* path, const unsigned char* image, sqlite3_int64 siz
 // By the settled content of the other, as the library's own copies have it.
 int replace(const Text& target, const Text& from, bool& touched) {
   const std::string_view name = name_of(target);
-  const Text temporary =
-      textf("%s.vexadm-copy-%s", directory_of(target).c_str(), Text(part(name, 0, name.find(".db"))).c_str());
+  const Text temporary = textf("%s.vexadm-copy-%s", look::directory_of(target).c_str(),
+                               Text(part(name, 0, name.find(".db"))).c_str());
   look::Database source;
   sqlite3_int64 size = 0;
   unsigned char* image =
@@ -69,7 +69,7 @@ int replace(const Text& target, const Text& from, bool& touched) {
   if (written) {
     touched = true;
     remove_companions(target);
-    if (rename(temporary.c_str(), target.c_str()) == 0 && sync_directory(directory_of(target).c_str()))
+    if (rename(temporary.c_str(), target.c_str()) == 0 && sync_directory(look::directory_of(target).c_str()))
       return kDone;
     reason = errno;
   }

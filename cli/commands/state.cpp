@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 // journal, versions, backups: what a store says about itself.
-#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -138,23 +137,15 @@ struct DatedCopy {
 int run_backups(Arguments& arguments) {
   const look::Places places = arguments.places();
   List<DatedCopy> copies;
-  DIR* directory = opendir(places.dated.c_str());
-  if (directory == nullptr && errno != ENOENT) {
-    return fail("%s cannot be read: %s", places.dated.c_str(), std::strerror(errno));
-  }
-  errno = 0;
-  while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
-    if (std::strstr(entry->d_name, ".db") == nullptr) continue;
-    const Text path = textf("%s%s", places.dated.c_str(), entry->d_name);
+  List<Text> names = look::dated_copies(places);
+  if (errno != 0) return fail("%s cannot be read: %s", places.dated.c_str(), std::strerror(errno));
+  for (Text& name : names) {
+    const Text path = textf("%s%s", places.dated.c_str(), name.c_str());
     const look::FileReport report = look::inspect(path.c_str());
     // An empty file is a database to SQLite, and no copy of anything.
     const bool empty = report.health == look::Health::kHealthy && report.size == 0;
-    copies.push({Text(entry->d_name), report.size, empty ? look::Health::kNotDatabase : report.health});
-    errno = 0;  // at the end there is none
+    copies.push({std::move(name), report.size, empty ? look::Health::kNotDatabase : report.health});
   }
-  const int reason = directory != nullptr ? errno : 0;
-  if (directory != nullptr) closedir(directory);
-  if (reason != 0) return fail("%s cannot be read: %s", places.dated.c_str(), std::strerror(reason));
   std::sort(copies.begin(), copies.end(),
             [](const DatedCopy& a, const DatedCopy& b) { return a.name.view() < b.name.view(); });
   if (arguments.json) {

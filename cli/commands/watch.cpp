@@ -49,19 +49,10 @@ View look_at(const char* path, const char* table, const char* key) {
   return view;
 }
 
-Text time_of_day() {
-  const time_t now = time(nullptr);
-  tm local = {};
-  localtime_r(&now, &local);
-  char text[32] = {};
-  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  return Text(text);
-}
-
 void tell(const Arguments& arguments, const View& view) {
   if (arguments.json) {
     Json json(Json::Form::kOneLine);
-    json.object().text("time", time_of_day().view());
+    json.object().text("time", local_time().view());
     if (view.seen == Seen::kValue) {
       add_item_fields(json, view.item);
     } else {
@@ -70,7 +61,7 @@ void tell(const Arguments& arguments, const View& view) {
     json.end();
     return;
   }
-  Text line = time_of_day();
+  Text line = local_time();
   line.add(' ');
   if (view.seen == Seen::kValue) {
     add_value(line, view.item.type, view.item.value.view());

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "look/diagnosis.h"
 
-#include <dirent.h>
-
-#include <cstring>
-
 #include "base/value.h"
 #include "look/doctor.h"
 #include "look/mark.h"
@@ -67,16 +63,6 @@ bool Doctor::unreadable(const char* name, const Text& path, const FileReport& re
   Finding& finding = fault(textf("The %s cannot be read: %s.", name, report.why.c_str()));
   finding.person = Text("look again as a user who may read it, or when no program holds it");
   return true;
-}
-
-std::size_t Doctor::count_dated() const {
-  std::size_t count = 0;
-  DIR* directory = opendir(places_.dated.c_str());
-  while (const dirent* entry = directory != nullptr ? readdir(directory) : nullptr) {
-    if (std::strstr(entry->d_name, ".db") != nullptr) ++count;
-  }
-  if (directory != nullptr) closedir(directory);
-  return count;
 }
 
 namespace {

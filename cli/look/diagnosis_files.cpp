@@ -32,7 +32,8 @@ class FileDoctor : Doctor {
         Finding& finding =
             remark(Text("The store is empty: a fresh unit, or a cleaned one. Every item is at its default."));
         finding.next_start = Text("makes primary and backup with nothing in them but their version");
-        if (count_dated() > 0) finding.person = Text("what was there before a clean: vexadm backups");
+        if (!dated_copies(places_).empty())
+          finding.person = Text("what was there before a clean: vexadm backups");
       } else if (out_.backup.healthy()) {
         Finding& finding = fault(Text(
             "The primary is missing or empty, and the backup is there. Programs still read the backup."));

@@ -125,11 +125,6 @@ class RecordDoctor : Doctor {
     }
   }
 
-  static Text directory_of(const Text& path) {
-    const std::size_t slash = path.view().rfind('/');
-    return slash == std::string_view::npos ? Text(".") : Text(part(path.view(), 0, slash + 1));
-  }
-
   void look_at_leftovers() {
     const Text first = directory_of(places_.primary);
     const Text second = directory_of(places_.backup);
@@ -138,7 +133,7 @@ class RecordDoctor : Doctor {
     look_for_logs(places_.primary, out_.primary.report);
     look_for_logs(places_.backup, out_.backup.report);
     look_for_logs(places_.journal, out_.journal);
-    if (const std::size_t count = count_dated(); count > 3) {
+    if (const std::size_t count = dated_copies(places_).size(); count > 3) {
       remark(textf("%s has %zu files with .db in their names, and cleans count on three copies at most.",
                    places_.dated.c_str(), count))
           .person = Text("move what is no dated copy elsewhere");

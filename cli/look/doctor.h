@@ -26,8 +26,6 @@ class Doctor {
   }
   // Files that somebody else has to make readable first. False for all others.
   bool unreadable(const char* name, const Text& path, const FileReport& report);
-  // Copies that cleans have left.
-  std::size_t count_dated() const;
 
   const Places& places_;
   Diagnosis& out_;

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "look/places.h"
 
+#include <dirent.h>
 #include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "look/database.h"
 #include "look/tree_path.h"
@@ -34,6 +38,29 @@ Places Places::below(std::string_view root, const char* store, const char* backu
   places.export_csv = path_below(root, "/data/ExportCSV.csv");
   places.dated = path_below(root, "/mnt/vendor/nvdata/");
   return places;
+}
+
+Text directory_of(const Text& path) {
+  const std::size_t slash = path.view().rfind('/');
+  return slash == std::string_view::npos ? Text("./") : Text(part(path.view(), 0, slash + 1));
+}
+
+List<Text> dated_copies(const Places& places) {
+  List<Text> names;
+  DIR* directory = opendir(places.dated.c_str());
+  if (directory == nullptr) {
+    if (errno == ENOENT) errno = 0;
+    return names;
+  }
+  errno = 0;
+  while (const dirent* entry = readdir(directory)) {
+    if (std::strstr(entry->d_name, ".db") != nullptr) names.push(Text(entry->d_name));
+    errno = 0;  // at the end there is none
+  }
+  const int reason = errno;
+  closedir(directory);
+  errno = reason;
+  return names;
 }
 
 Places places_of_argument(const char* path) {
