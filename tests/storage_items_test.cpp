@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -498,6 +499,77 @@ TEST_F(ReadPath, AValueThatOnlyThePrimaryContinuesIsWrittenAgain) {
 
   EXPECT_EQ(stored(kBackup, "cfg", "k"), "a,1;b,2;");
   vexa_dm_unreg(handle);
+}
+
+// The item 1 with a default, a stored value, and a host that sets it back to the default.
+class BackToTheDefault : public ReadPath {
+ protected:
+  void SetUp() override {
+    ReadPath::SetUp();
+    if (IsSkipped()) return;
+    static std::array<vexa_dm_default_item, 2> table = {};
+    table[0] = {1, item_desc("cfg", "k", 5), {.text = "factory"}, VEXA_DM_STRING, 7};
+    table[1].id = -1;
+    ASSERT_EQ(vexa_dm_reg_def_items(table.data()), 0);
+    handle_ = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+    put_item(kPrimary, {"cfg", 1, "k", 5, "old"});
+    put_item(kBackup, {"cfg", 1, "k", 5, "old"});
+  }
+  void TearDown() override { vexa_dm_unreg(handle_); }
+
+  // Whether the write of the default reached the files.
+  bool reaches_both() {
+    EXPECT_EQ(vexa_dm_write(handle_, 1, "factory", 7), 0);
+    return stored(kPrimary, "cfg", "k") == "factory" && stored(kBackup, "cfg", "k") == "factory";
+  }
+
+  vexa_dm_handle* handle_ = nullptr;
+};
+
+TEST_F(BackToTheDefault, ReachesACorruptBackupToo) {
+  write_file(kBackup, std::string(4096, 'x'));
+  EXPECT_TRUE(reaches_both());
+}
+
+TEST_F(BackToTheDefault, ReachesABackupWhoseTableCannotBeRead) {
+  damage_table(kBackup, "cfg");
+  EXPECT_TRUE(reaches_both());
+}
+
+TEST_F(BackToTheDefault, ReachesABackupThatMayBeTheOnlyOneWithAValue) {
+  exec_sql(kPrimary, "delete from cfg");
+  damage_table(kBackup, "cfg");
+  EXPECT_TRUE(reaches_both());
+}
+
+TEST_F(BackToTheDefault, ReachesABackupThatWasMissing) {
+  std::filesystem::remove(kBackup);
+  EXPECT_TRUE(reaches_both());
+}
+
+TEST_F(BackToTheDefault, ReachesABackupWithoutTheRow) {
+  exec_sql(kBackup, "delete from cfg");
+  EXPECT_TRUE(reaches_both());
+}
+
+TEST_F(BackToTheDefault, ReplacesADamagedValueThatOnlyThePrimaryHas) {
+  exec_sql(kBackup, "delete from cfg");
+  exec_sql(kPrimary, "update cfg set crc = crc + 1");
+  EXPECT_TRUE(reaches_both());
+}
+
+TEST_F(BackToTheDefault, StoresNothingWhereNeitherFileHasTheRow) {
+  exec_sql(kPrimary, "delete from cfg");
+  exec_sql(kBackup, "delete from cfg");
+  EXPECT_EQ(vexa_dm_write(handle_, 1, "factory", 7), 0);
+  EXPECT_EQ(query(kPrimary, "select count(*) from cfg"), "0");
+}
+
+TEST_F(BackToTheDefault, StoresNothingWhereNeitherFileHasTheTable) {
+  exec_sql(kPrimary, "drop table cfg");
+  exec_sql(kBackup, "drop table cfg");
+  EXPECT_EQ(vexa_dm_write(handle_, 1, "factory", 7), 0);
+  EXPECT_EQ(query(kPrimary, "select count(*) from sqlite_master where name='cfg'"), "0");
 }
 
 TEST_F(ReadPath, LogsWhatThePrimaryGave) {

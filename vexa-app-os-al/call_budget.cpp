@@ -65,6 +65,8 @@ bool CallBudget::wait(int attempt) {
   return true;
 }
 
+void CallBudget::give_up() { budget.gave_up = true; }
+
 bool CallBudget::gave_up() { return budget.gave_up; }
 
 }  // namespace vexa

@@ -30,8 +30,10 @@ class CallBudget {
   // False when the budget, or the share of it, is spent.
   static bool wait(int attempt);
 
-  // True when a wait has been refused since the outermost call began: something that was asked
-  // for has not been looked at.
+  // Something that was asked for cannot be looked at for another reason than a lock.
+  static void give_up();
+  // True when a wait has been refused since the outermost call began, or give_up() was called: what
+  // was not found may be there.
   static bool gave_up();
 
  private:

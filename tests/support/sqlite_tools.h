@@ -73,8 +73,9 @@ std::string journal_row(const std::string& path);
 
 // Breaks the page of the schema: SQLite reports code 11 when it prepares anything.
 void damage_schema(const std::string& path);
-// Breaks the first table's page: preparing works, stepping reports corruption.
+// Breaks a table's page, that of the first one or of the named: preparing works, stepping reports corruption.
 void damage_first_table(const std::string& path);
+void damage_table(const std::string& path, const std::string& table);
 // Breaks the count of free pages: reads and writes work, only a check tells.
 void damage_free_list(const std::string& path);
 
@@ -246,8 +247,13 @@ inline void damage_schema(const std::string& path) {
 }
 
 inline void damage_first_table(const std::string& path) {
-  const std::string table = query(path, "select name from sqlite_master where rootpage=2");
-  sqlite_tools_detail::overwrite(path, sqlite_tools_detail::kPageSize, sqlite_tools_detail::kNoPageType);
+  damage_table(path, query(path, "select name from sqlite_master where rootpage=2"));
+}
+
+inline void damage_table(const std::string& path, const std::string& table) {
+  const int page = std::stoi(query(path, "select rootpage from sqlite_master where name='" + table + "'"));
+  sqlite_tools_detail::overwrite(path, (page - 1) * sqlite_tools_detail::kPageSize,
+                                 sqlite_tools_detail::kNoPageType);
   EXPECT_EQ(step_code(path, "select * from " + table), SQLITE_CORRUPT) << path;
 }
 

@@ -42,15 +42,23 @@ int32_t deliver_alone(int32_t result, uint8_t* buffer, int32_t filled) {
   return result;
 }
 
-}  // namespace
+// A missing table, column or row is an answer; any other failure leaves open whether there is one.
+bool is_answer(int prepared, int stepped) {
+  return prepared == SQLITE_OK ? stepped == SQLITE_ROW || stepped == SQLITE_DONE : prepared == SQLITE_ERROR;
+}
 
-int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t* buffer, uint32_t* crc,
-                   int32_t length) {
+struct Found {
+  int32_t result;
+  bool answered;  // by the file: what it does not give, it does not have
+};
+
+Found read_value(const char* path, const char* table, const char* key, uint8_t* buffer, uint32_t* crc,
+                 int32_t length) {
   static constexpr char kSelf[] = "dm_read_db";
   if (path == nullptr || table == nullptr || key == nullptr || buffer == nullptr || crc == nullptr ||
       length < 0) {
     VEXA_LOG(vexa::log::kError, kSelf, "%s NULL\n", kSelf);
-    return -1;
+    return {-1, true};
   }
   const CallBudget budget;
   const Sql select("select value,crc from %s where key='%s' limit 1", table, key);
@@ -61,18 +69,26 @@ int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t
     const auto [prepared, stepped] = db.fetch(select.get(), row);
     if (!db.is_open()) {
       VEXA_LOG(vexa::log::kError, kSelf, "sqlite3_open failed: %s\n", db.error());
-      return -101;
+      return {-101, false};
     }
+    const bool answered = is_answer(prepared, stepped);
     if (prepared == SQLITE_OK) {
-      if (stepped == SQLITE_ROW) return deliver(row, buffer, crc, length);
+      if (stepped == SQLITE_ROW) return {deliver(row, buffer, crc, length), answered};
       VEXA_LOG(vexa::log::kError, kSelf, "sqlite3_step error %d\n", stepped);
-      return -1;
+      return {-1, answered};
     }
     VEXA_LOG(vexa::log::kError, kSelf, "[%d] sqlite3_prepare error, %d \n", __LINE__, prepared);
     row.finalize();
-    if (prepared != SQLITE_CORRUPT || repaired) return -100;
+    if (prepared != SQLITE_CORRUPT || repaired) return {-100, answered};
     vexa::storage::repair_primary(vexa::storage::RepairFor::kRead, path, db);
   }
+}
+
+}  // namespace
+
+int32_t dm_read_db(const char* path, const char* table, const char* key, uint8_t* buffer, uint32_t* crc,
+                   int32_t length) {
+  return read_value(path, table, key, buffer, crc, length).result;
 }
 
 int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t length) {
@@ -90,8 +106,13 @@ int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t
   VEXA_LOG(vexa::log::kDebug, kSelf, "rd ret  %d \n", primary);
   if (primary == 0) return 0;
 
-  const int32_t backup = dm_read_db(DB_CONFIGBAK, table, key, buffer, &crc, length);
-  if (backup == -1 || backup == -100) return backup;
+  const auto [backup, answered] = read_value(DB_CONFIGBAK, table, key, buffer, &crc, length);
+  if (backup == -1 || backup == -100) {
+    // What a damaged backup does not give, or only the primary has, the next start may bring back: who
+    // sets an item to its default must not take it for an item that holds nothing.
+    if (!answered || !no_answer(found)) CallBudget::give_up();
+    return backup;
+  }
   if (const int32_t result = verified(backup, buffer, crc); result > 0) {
     return deliver_alone(result, buffer, found);
   }
