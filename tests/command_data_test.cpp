@@ -113,7 +113,7 @@ TEST_P(NewRecordOf, AnotherTypeEndsTheProcess) {
   EXPECT_THAT(child.out, ::testing::HasSubstr(" : =ERR= | ["));
   EXPECT_THAT(child.out, ::testing::HasSubstr("oem_malloc_cmd_q_data"));
   EXPECT_THAT(child.out, ::testing::HasSubstr("Invalid CMD type: " + std::to_string(GetParam()) +
-                                              "\nvexa-app-common/src/vexa_common_def, line: "));
+                                              "\nvexa_common_def, line: "));
 }
 
 INSTANTIATE_TEST_SUITE_P(Types, NewRecordOf,
@@ -121,13 +121,13 @@ INSTANTIATE_TEST_SUITE_P(Types, NewRecordOf,
 
 TEST(NewRecords, WithoutMemoryEndTheProcess) {
   VEXA_NEEDS_OWN_CALLOC();
-  for (const std::size_t size : {sizeof(vexa_cmd_q_data), std::size_t{45}}) {
+  for (const Made& failed : {Made{0, sizeof(vexa_cmd_q_data)}, Made{0, 45}, Made{4, 45}, Made{5, 17}}) {
     const ChildResult child = run_in_child([&] {
-      const vexa_test::FailingCalloc failing(size);
-      vexa_malloc_cmd_q_data(0);
+      const vexa_test::FailingCalloc failing(failed.size);
+      vexa_malloc_cmd_q_data(failed.type);
     });
-    EXPECT_EQ(child.signal, SIGABRT) << size;
-    EXPECT_THAT(child.out, ::testing::StartsWith("vexa-app-common/src/vexa_common_def, line: "));
+    EXPECT_EQ(child.signal, SIGABRT) << failed.size;
+    EXPECT_THAT(child.out, ::testing::StartsWith("vexa_common_def, line: "));
   }
 }
 

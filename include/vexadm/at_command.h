@@ -53,7 +53,7 @@ VEXA_BEGIN_DECLS
  *         a failure what was received before may stand behind its terminator. Tell
  *         success from failure by the final result
  * @note Blocks up to 60 seconds. Without memory for the buffers the process is
- *       aborted, after "vexa-app-common/src/vexa_common_def, line: <n>\n" on standard
+ *       aborted, after "vexa_common_def, line: <n>\n" on standard
  *       output. Logs at level 3: "socket error [%s]%d\n" (error text and number);
  *       "select fail:ret=%d\n" (0: nothing came, -1: interrupted or failed);
  *       "recvfrom fail:error=%d,[%s]\n" (number and text). At level 1: "send at

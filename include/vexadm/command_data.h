@@ -55,7 +55,7 @@ typedef struct vexa_cmd_q_text {
  * @param type  0, 4 or 5
  * @return the record, never NULL; to be freed with vexa_free_cmd_q_data()
  * @note Any other type is a programming error, logged at level 3 ("Invalid CMD type:
- *       %d\n"). That and a lack of memory print "vexa-app-common/src/vexa_common_def,
+ *       %d\n"). That and a lack of memory print "vexa_common_def,
  *       line: <n>" to standard output and abort the process. Thread-safe.
  */
 VEXA_API vexa_cmd_q_data *vexa_malloc_cmd_q_data(int32_t type);

@@ -57,7 +57,7 @@ std::vector<Operation> at_operations() {
        .prepare = prepare_at_service,
        .run = ask_modem,
        .answers = {{0}, {-1}},
-       .assertion = "vexa-app-common/src/vexa_common_def, line: ",
+       .assertion = "vexa_common_def, line: ",
        .counts_signals = true},
       {.name = "AtParameter",
        .run =

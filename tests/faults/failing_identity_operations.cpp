@@ -183,7 +183,7 @@ std::vector<Operation> identity_operations() {
   all.push_back({.name = "CommandData",
                  .run = use_command_data,
                  .answers = {{0}},
-                 .assertion = "vexa-app-common/src/vexa_common_def, line: ",
+                 .assertion = "vexa_common_def, line: ",
                  .reach = Reach::kMemory});
   return all;
 }

@@ -110,7 +110,7 @@ char* vexa_util_send_at(const char* command) {
   Reply reply;
   const std::string_view asked = command ? command : "";
   const Frame frame(asked);
-  VEXA_ASSERT(reply && frame, "vexa-app-common/src/vexa_common_def");
+  VEXA_ASSERT(reply && frame, "vexa_common_def");
   // Modems do not answer an empty line: nobody should wait a minute for that.
   if (asked.empty() || !ask(frame.text(), reply)) reply.fail();
   return reply.release();

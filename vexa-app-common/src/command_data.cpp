@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr const char* kSource = "vexa-app-common/src/vexa_common_def";
+constexpr const char* kSource = "vexa_common_def";
 
 // What is freed with a record.
 enum class Owns : uint8_t { kUnknown, kNothing, kPayload, kText, kList };
