@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "vexadm/list.h"
+#include "vexadm/queue.h"
 
 namespace {
 
@@ -77,20 +78,25 @@ namespace {
 
 std::uint32_t never(const void*, const void*) { return 0; }
 
-enum Which { kList, kOther, kOrdered, kOtherOrdered };
+enum Which { kList, kOther, kOrdered, kOtherOrdered, kQueue, kOtherQueue };
 
-// Two lists and two ordered lists of two elements each, and an element that is in none.
+// Two lists, two ordered lists and two queues of two elements each, and an element that is in none.
 struct Stage {
   Stage() {
+    q_init(&queue);
+    q_init(&other_queue);
     for (std::size_t i = 0; i < 2; ++i) {
       list_push_back(&list, &links[i]);
       list_push_back(&other, &links[i + 2]);
       ordered_list_push(&ordered, &ordered_links[i], 1);
       ordered_list_push(&other_ordered, &ordered_links[i + 2], 1);
+      q_put(&queue, &queue_links[i]);
+      q_put(&other_queue, &queue_links[i + 2]);
     }
   }
   pthread_mutex_t* lock(Which which) {
-    return std::array{&list.lock, &other.lock, &ordered.lock, &other_ordered.lock}[which];
+    return std::array{&list.lock,          &other.lock, &ordered.lock,
+                      &other_ordered.lock, &queue.lock, &other_queue.lock}[which];
   }
   // Everything that an operation could have changed.
   std::vector<const void*> state() const {
@@ -101,15 +107,20 @@ struct Stage {
     }
     for (const list_link& link : links) all.push_back(link.next);
     for (const ordered_list_link& link : ordered_links) all.insert(all.end(), {link.next, link.prev});
+    for (const q_queue* q : {&queue, &other_queue}) all.insert(all.end(), {q->ends.next, q->ends.prev});
+    for (const q_link_node& link : queue_links) all.insert(all.end(), {link.next, link.prev});
     return all;
   }
 
   list_header list = {}, other = {};
   ordered_list_header ordered = {}, other_ordered = {};
+  q_queue queue = {}, other_queue = {};
   std::array<list_link, 5> links = {};
   std::array<ordered_list_link, 5> ordered_links = {};
+  std::array<q_link_node, 5> queue_links = {};
   list_link* const fresh = &links[4];
   ordered_list_link* const fresh_ordered = &ordered_links[4];
+  q_link_node* const fresh_queued = &queue_links[4];
 };
 
 struct Case {
@@ -156,7 +167,7 @@ TEST_P(ContainerLock, IsWaitedForAndGivenBack) {
 }
 
 std::string case_name(const ::testing::TestParamInfo<Case>& tested) {
-  static const char* const kNames[] = {"", "_second", "", "_second"};
+  static const char* const kNames[] = {"", "_second", "", "_second", "", "_second"};
   return std::string(tested.param.name) + kNames[tested.param.held];
 }
 
@@ -221,6 +232,56 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"split", kOrdered, {kOrdered, kOtherOrdered}, split_ordered},
         Case{"split", kOtherOrdered, {kOrdered, kOtherOrdered}, split_ordered}),
     case_name);
+
+std::uint32_t always(const void*, const void*) { return 1; }
+std::uint32_t is(const void* element, const void* value) { return element == value ? 1 : 0; }
+
+INSTANTIATE_TEST_SUITE_P(
+    Queue, ContainerLock,
+    ::testing::Values(
+        Case{"put", kQueue, {kQueue}, [](Stage& s) { q_put(&s.queue, s.fresh_queued); }},
+        Case{"get", kQueue, {kQueue}, [](Stage& s) { q_get(&s.queue); }},
+        Case{"get_ext", kQueue, {kQueue}, [](Stage& s) { q_get_ext(&s.queue); }},
+        Case{"last_get", kQueue, {kQueue}, [](Stage& s) { q_last_get(&s.queue); }},
+        Case{"check", kQueue, {kQueue}, [](Stage& s) { q_check(&s.queue); }},
+        Case{"last_check", kQueue, {kQueue}, [](Stage& s) { q_last_check(&s.queue); }},
+        Case{"next", kQueue, {kQueue}, [](Stage& s) { q_next(&s.queue, &s.queue_links[0]); }},
+        Case{"insert",
+             kQueue,
+             {kQueue},
+             [](Stage& s) { q_insert(&s.queue, s.fresh_queued, &s.queue_links[1]); }},
+        Case{"delete", kQueue, {kQueue}, [](Stage& s) { q_delete(&s.queue, &s.queue_links[0]); }},
+        Case{"delete_ext", kQueue, {kQueue}, [](Stage& s) { q_delete_ext(&s.queue, &s.queue_links[0]); }},
+        Case{"linear_delete",
+             kQueue,
+             {kQueue},
+             [](Stage& s) { q_linear_delete(&s.queue, always, nullptr, nullptr); }},
+        Case{"linear_delete_new",
+             kQueue,
+             {kQueue},
+             [](Stage& s) { q_linear_delete_new(&s.queue, is, &s.queue_links[1], nullptr, nullptr); }},
+        // At each step anew: the first element, the second, the end.
+        Case{"linear_search",
+             kQueue,
+             {kQueue, kQueue, kQueue},
+             [](Stage& s) { q_linear_search(&s.queue, never, nullptr, nullptr); }},
+        Case{"m_put", kQueue, {kOtherQueue, kQueue}, [](Stage& s) { q_m_put(&s.queue, &s.other_queue); }},
+        Case{"m_put",
+             kOtherQueue,
+             {kOtherQueue, kQueue},
+             [](Stage& s) { q_m_put(&s.queue, &s.other_queue); }}),
+    case_name);
+
+TEST(ContainerMutex, IsNotTakenToCountAQueue) {
+  if (!kWatching) GTEST_SKIP() << "the sanitizer needs these calls";
+  Stage stage;
+  Mutexes taken;
+  locked = &taken;
+  q_cnt(&stage.queue);
+  q_link(stage.fresh_queued, stage.fresh_queued);
+  locked = nullptr;
+  EXPECT_THAT(taken, IsEmpty());
+}
 
 TEST(ContainerMutex, IsDestroyedWithTheList) {
   if (!kWatching) GTEST_SKIP() << "the sanitizer needs these calls";

@@ -182,6 +182,22 @@ TEST(Construct, WithoutRegisteredItemsIsMinusOne) {
   EXPECT_EQ(child.exit_code, 0) << child.out << child.err;
 }
 
+TEST(Construct, WithoutRegisteredItemsLeavesItsHandle) {
+  VEXA_NEEDS_OWN_CALLOC();
+  const ChildResult child = run_in_child([] {
+    const vexa_test::CallocSpy handle(sizeof(vexa_dm_handle));
+    EXPECT_EQ(vexa_dm_construct_def_database(2), -1);
+    ASSERT_NE(handle.block(), nullptr);
+    // A block that was given back is the first that the next request of its size gets.
+    void* const next = std::malloc(sizeof(vexa_dm_handle));
+    EXPECT_NE(next, handle.block());
+    EXPECT_EQ(static_cast<vexa_dm_handle*>(handle.block())->type, 2u);
+    std::free(next);
+  });
+
+  EXPECT_EQ(child.exit_code, 0) << child.out << child.err;
+}
+
 TEST(Construct, WithAnEmptyTableIsMinusOneToo) {
   const ChildResult child = run_in_child([] {
     vexa_dm_default_item table[] = {end_of_table()};

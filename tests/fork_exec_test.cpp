@@ -265,6 +265,20 @@ TEST_P(Listed, IsExecutedByItsPath) {
   EXPECT_EQ(answer.text(), path + ":1:addr\n"s);
 }
 
+// Not the word that was typed. A script would not tell: the kernel gives it its path whatever it is.
+TEST_P(Listed, HasItsPathAsArgumentZero) {
+  if (IsSkipped()) return;
+  const auto [word, path] = GetParam();
+  if (!std::filesystem::exists(path)) GTEST_SKIP() << path << " is not installed";
+  std::filesystem::copy("/bin/cat", "/tmp/cat");
+  if (mount("/tmp/cat", path, nullptr, MS_BIND, nullptr) != 0) GTEST_SKIP() << "no bind mount";
+  LogCapture log;
+  const Answer answer = run(std::string(word) + "  /proc/self/cmdline", 64);
+  EXPECT_EQ(umount(path), 0);
+  const std::string expected = path + "\0/proc/self/cmdline\0"s;
+  EXPECT_EQ(answer.bytes.substr(0, expected.size()), expected);
+}
+
 INSTANTIATE_TEST_SUITE_P(Programs, Listed,
                          ::testing::Values(std::pair("iptables", "/usr/sbin/iptables"),
                                            std::pair("ip6tables", "/usr/sbin/ip6tables"),

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 #include <vexadm/data_manager.h>
 
@@ -20,11 +21,25 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/child.h"
 #include "support/log_capture.h"
 #include "vexadm/strings.h"
+
+namespace {
+
+int g_microseconds = -1;  // negative: those of the real clock
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
+  timespec precise = {};
+  clock_gettime(CLOCK_REALTIME, &precise);
+  *now = {precise.tv_sec, g_microseconds < 0 ? precise.tv_nsec / 1000 : g_microseconds};
+  return 0;
+}
 
 namespace {
 
@@ -190,6 +205,16 @@ TEST_F(Logger, TimeIsUtcWithMilliseconds) {
   const std::time_t shown = timegm(&utc);
   EXPECT_GE(shown, before);
   EXPECT_LE(shown, after);
+}
+
+TEST_F(Logger, MillisecondsAreThoseOfTheClockCutNotRounded) {
+  for (const auto& [microseconds, shown] : {std::pair(0, ".000"), std::pair(7999, ".007"),
+                                            std::pair(123456, ".123"), std::pair(999999, ".999")}) {
+    g_microseconds = microseconds;
+    vexa_log_printf(1, message_.data(), "f", 1, "x");
+    EXPECT_THAT(str_t, EndsWith(shown));
+  }
+  g_microseconds = -1;
 }
 
 TEST_F(Logger, NullFunctionIsShownAsMarker) {

@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/child.h"
+#include "support/log_capture.h"
 #include "vexadm/list.h"
 
 namespace {
@@ -271,6 +273,19 @@ INSTANTIATE_TEST_SUITE_P(Modes, OrderedListOfAnUndefinedMode,
                          ::testing::Values(std::pair(3u, 4096u), std::pair(0u, 0u), std::pair(1u, 0u),
                                            std::pair(0u, 4096u), std::pair(1u, 12288u),
                                            std::pair(4u, 8192u)));
+
+TEST(OrderedListOfAnUndefinedMode, SaysNothing) {
+  const vexa_test::ChildResult child = vexa_test::run_in_child([] {
+    const vexa_test::LogCapture log;
+    ordered_list_header list = {};
+    ordered_list_init(&list, 3, 4096);
+    Element element{{}, 1};
+    ordered_list_push(&list, &element.link, 42);
+    EXPECT_THAT(log.lines(), IsEmpty());
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+  EXPECT_EQ(child.out + child.err, "");
+}
 
 TEST_F(OrderedList, OfAnUndefinedModeKeepsWhatItHas) {
   fill();

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 // How the backend attaches itself, where its files are, and what the stored schema version decides.
+#include <link.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -112,6 +115,16 @@ TEST_F(Registration, BackupAreaThatIsTooLongLeavesPrimaryAndJournalMoved) {
   const std::string area(60, 'b');
 
   EXPECT_EQ(sqlite_reg_store_area("/vexanv/a/", area.c_str()), 60u);
+
+  EXPECT_STREQ(DB_CONFIG, "/vexanv/a/config.db");
+  EXPECT_STREQ(DB_STATE, "/vexanv/a/state.db");
+  EXPECT_STREQ(DB_CONFIGBAK, "/data/configbak.db");
+}
+
+TEST_F(Registration, BackupAreaOfFiftyOneCharactersLeavesPrimaryAndJournalMoved) {
+  const std::string area = "/" + std::string(49, 'b') + "/";
+
+  EXPECT_EQ(sqlite_reg_store_area("/vexanv/a/", area.c_str()), 51u);
 
   EXPECT_STREQ(DB_CONFIG, "/vexanv/a/config.db");
   EXPECT_STREQ(DB_STATE, "/vexanv/a/state.db");
@@ -650,6 +663,99 @@ TEST_F(Registration, VersionReadsWaitForABlockedWrite) {
   }
   reader.join();
   EXPECT_TRUE(read);
+}
+
+// It gives back a mutex that it has not taken, which may be the one that another call holds.
+TEST_F(Registration, ACleanThatCannotStartItsFirstCommandGivesAwayTheMutexOfABlockedWrite) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "to the sanitizer the mutex stays the write's";
+#endif
+  put_default_version(VEXA_SCHEMA_VERSION);
+  const ChildResult child = run_in_child([] {
+    const BlockedWrite blocked;
+    const rlimit none_left = {3, 3};
+    setrlimit(RLIMIT_NOFILE, &none_left);
+
+    EXPECT_EQ(dm_sqlite_clean(nullptr), static_cast<std::uint32_t>(-1));
+
+    std::uint32_t version = 0;
+    EXPECT_EQ(dm_sqlite_read_DefItemsDB_version(reinterpret_cast<std::uint8_t*>(&version)),
+              static_cast<std::uint32_t>(-101));
+    EXPECT_FALSE(blocked.done());
+  });
+
+  EXPECT_EQ(child.exit_code, 0) << child.out << child.err;
+}
+
+// ---- The version record ----
+
+// The library's own record, which no header names: table and key in fields of 32 bytes, a type, and the
+// version directly behind.
+struct VersionRecord {
+  std::int32_t type;
+  std::uint32_t version;
+};
+
+const char* find_in_writable_data(const std::string& bytes) {
+  struct Search {
+    const std::string& bytes;
+    const char* found;
+  } search = {bytes, nullptr};
+  dl_iterate_phdr(
+      [](dl_phdr_info* object, std::size_t, void* argument) {
+        auto& wanted = *static_cast<Search*>(argument);
+        if (std::strstr(object->dlpi_name, "libvexadm") == nullptr) return 0;
+        for (int i = 0; i < object->dlpi_phnum; ++i) {
+          const auto& segment = object->dlpi_phdr[i];
+          if (segment.p_type != PT_LOAD || (segment.p_flags & PF_W) == 0) continue;
+          const auto* begin = reinterpret_cast<const char*>(object->dlpi_addr + segment.p_vaddr);
+          wanted.found = static_cast<const char*>(
+              memmem(begin, segment.p_memsz, wanted.bytes.data(), wanted.bytes.size()));
+          if (wanted.found != nullptr) return 1;
+        }
+        return 0;
+      },
+      &search);
+  return search.found;
+}
+
+VersionRecord version_record() {
+  std::string names("SQL_VER_TAB");
+  names.resize(32);
+  names += "SQL_VER_KEY";
+  names.resize(64);
+  const char* const place = find_in_writable_data(names);
+  VersionRecord record = {-1, 0};
+  if (place != nullptr) std::memcpy(&record, place + names.size(), sizeof record);
+  return record;
+}
+
+TEST_F(Registration, TheVersionRecordTakesTheTypeThatTheDefaultsHave) {
+  std::uint32_t version = 0;
+  EXPECT_EQ(version_record().type, 0);
+  EXPECT_EQ(version_record().version, VEXA_SCHEMA_VERSION);
+
+  put_default_version(VEXA_SCHEMA_VERSION);
+  EXPECT_EQ(version_record().type, 0);
+  EXPECT_EQ(dm_sqlite_read_DefItemsDB_version(reinterpret_cast<std::uint8_t*>(&version)), 4u);
+  EXPECT_EQ(version_record().type, 3);
+
+  std::filesystem::remove(kDefaults);
+  EXPECT_EQ(dm_sqlite_read_DefItemsDB_version(reinterpret_cast<std::uint8_t*>(&version)),
+            static_cast<std::uint32_t>(-100));
+  EXPECT_EQ(version_record().type, 0);
+  EXPECT_EQ(version_record().version, VEXA_SCHEMA_VERSION);
+}
+
+TEST_F(Registration, AComparisonOfVersionsReadsWithTheVersionRecordToo) {
+  put_version(VEXA_SCHEMA_VERSION);
+  put_default_version(VEXA_SCHEMA_VERSION);
+  std::uint8_t matched = 0;
+
+  sqlite_chk_db_ver_match(&matched);
+
+  EXPECT_EQ(matched, 1);
+  EXPECT_EQ(version_record().type, 3);
 }
 
 // The journal alone is locked, for which a write waits less than a second: whoever needs only the

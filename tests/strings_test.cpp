@@ -48,6 +48,38 @@ std::string bytes(const std::array<char, N>& buffer) {
 
 using namespace std::string_literals;
 
+// ---- Silence ----------------------------------------------------------------
+
+// Also where they refuse: daemons call them in every line of their parsers.
+TEST(Toolbox, TextFunctionsWithoutMessagesSayNothing) {
+  const ChildResult child = run_in_child([] {
+    const LogCapture log;
+    char text[16] = " a,b ";
+    char* parts[2] = {};
+    std::array<std::uint8_t, 4> raw = {};
+    std::uint32_t length = 0;
+    vexa_strlcpy(nullptr, "a", 1);
+    vexa_strlcpy(text, "a long text", 4);
+    vexa_strlcat(nullptr, "a", 1);
+    vexa_strlcat(text, "a long text", 2);
+    vexa_trim_string(nullptr);
+    vexa_trim_string(text);
+    vexa_string_toupper(text);
+    replace_str(text, "nowhere", "x");
+    tolowercase('A');
+    starts_with("abc", "b", 0);
+    ends_with("abc", "b", 1);
+    split_string_to_array(text, ",", parts, 0);
+    vexa_hex_HexaToInteger("zz");
+    vexa_change_hexstr_to_str("4", raw.data());
+    vexa_utf8_NumBytesInChar(0xFF);
+    vexa_utf8_Copy(text, "\xC3\xA4\xC3\xA4", 4, &length);
+    EXPECT_EQ(log.lines().size(), 0u);
+  });
+  EXPECT_EQ(child.exit_code, 0) << child.out;
+  EXPECT_EQ(child.out + child.err, "");
+}
+
 // ---- Bounded copies ---------------------------------------------------------
 
 TEST(Strlcpy, SixCharactersIntoFourBytesKeepThree) {
