@@ -446,8 +446,7 @@ TEST_F(AtCommand, WithoutMemoryEndsTheProcess) {
       vexa_util_send_at("AT");
     });
     EXPECT_EQ(child.signal, SIGABRT);
-    EXPECT_TRUE(vexa_test::log_matches(child.out, "vexa_common_def, line: <any>\n"))
-        << child.out;
+    EXPECT_TRUE(vexa_test::log_matches(child.out, "vexa_common_def, line: <any>\n")) << child.out;
   }
 }
 
