@@ -156,6 +156,42 @@ TEST_F(DeviceRoot, WithoutNamespacesTheCommandStillRunsAndLearnsTheReason) {
   EXPECT_EQ(run.output, ":VEXA_DEVICE_ROOT_FORCE_NONE is set\n");
 }
 
+// A daemon does not look at the variables: it would write to the machine's own /data.
+TEST_F(DeviceRoot, ARequiredRootThatIsRefusedStartsNothing) {
+  const Outcome run = shell(std::string("VEXA_DEVICE_ROOT_FORCE_NONE=1 ") + DEVICE_ROOT_PROGRAM +
+                            " --required -- touch /data/started");
+
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.output,
+            "device_root: touch is not started, as it would use this machine's own /data: "
+            "VEXA_DEVICE_ROOT_FORCE_NONE is set\n");
+  EXPECT_FALSE(exists("/data/started"));
+}
+
+TEST_F(DeviceRoot, ARequiredNetworkThatIsRefusedStartsNothing) {
+  // Of the user namespace that unshare makes, with which it goes.
+  const std::string limit = "unshare -Ur sh -c 'echo 0 > /proc/sys/user/max_net_namespaces";
+  if (shell(limit + "'").code != 0) GTEST_SKIP() << "no user namespace with limits of its own here";
+
+  const Outcome run =
+      shell(limit + " && " + DEVICE_ROOT_PROGRAM + " --required --own-network -- echo started'");
+
+  EXPECT_EQ(run.code, 1);
+  EXPECT_EQ(run.output,
+            "device_root: echo is not started, as it would use this machine's own network: "
+            "no network namespace: No space left on device\n");
+}
+
+TEST_F(DeviceRoot, ARequiredRootThatIsThereRunsTheCommandWhereverTheOptionStands) {
+  const Outcome after = launch("echo \"$VEXA_DEVICE_ROOT\"; exit 7", "--required");
+  EXPECT_EQ(after.code, 7);
+  EXPECT_EQ(after.output, "1\n");
+
+  const Outcome before = shell(std::string(DEVICE_ROOT_PROGRAM) + " --required --own-network --keep " +
+                               BUILD_DIRECTORY + " -- sh -c 'echo $VEXA_DEVICE_ROOT$VEXA_OWN_NETWORK'");
+  EXPECT_EQ(before.output, "11\n");
+}
+
 TEST_F(DeviceRoot, WithoutNamespacesADeviceTestIsSkippedWithTheReason) {
   const Outcome run = without_namespaces("", "DeviceRoot.TemporaryDirectoryIsOpenToAll");
 

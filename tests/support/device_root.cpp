@@ -2,13 +2,15 @@
 // Runs a command inside a private copy of the machine's root in which the device's fixed paths
 // are empty and the command's own:
 //
-//   device_root [--own-network] [--keep DIR]... -- COMMAND [ARGUMENT]...
+//   device_root [--required] [--own-network] [--keep DIR]... -- COMMAND [ARGUMENT]...
 //
 // The library writes to /data and its like without asking; on a developer's machine these may
 // hold anything. --keep names directories (the checkout, the build tree) that stay visible even
 // where they lie below one of the hidden places. --own-network gives it a network of its own as well,
 // with nothing but a loopback interface: VEXA_OWN_NETWORK=1, or VEXA_OWN_NETWORK_MISSING="<reason>".
-// The command sees one of three situations:
+// --required is for commands that do not look at these variables, such as a router's daemon: where
+// something is refused they are not started, and the exit code is 1. Else the command sees one of three
+// situations:
 //
 // 1. As root: a mount namespace of its own is enough. VEXA_DEVICE_ROOT=1.
 // 2. As an ordinary user: a user namespace as well, in which the user counts as root, gives the
@@ -250,35 +252,70 @@ void tell(const std::string& name, const Reason& reason) {
 }
 
 int usage() {
-  std::fputs("usage: device_root [--own-network] [--keep DIR]... -- COMMAND [ARGUMENT]...\n", stderr);
+  std::fputs("usage: device_root [--required] [--own-network] [--keep DIR]... -- COMMAND [ARGUMENT]...\n",
+             stderr);
   return 2;
+}
+
+// What the command line asks for.
+struct Wanted {
+  bool required = false;
+  bool own_network = false;
+  std::vector<Kept> kept;
+  char** command = nullptr;  // none: the line was not understood
+};
+
+Wanted take_arguments(int argc, char** argv) {
+  Wanted wanted;
+  for (int next = 1; next + 1 < argc; ++next) {
+    const std::string_view option = argv[next];
+    if (option == "--") {
+      wanted.command = argv + next + 1;
+      return wanted;
+    }
+    if (option == "--required") {
+      wanted.required = true;
+    } else if (option == "--own-network") {
+      wanted.own_network = true;
+    } else if (option == "--keep") {
+      char* real = realpath(argv[++next], nullptr);
+      const std::string path = real == nullptr ? argv[next] : real;
+      std::free(real);
+      if (is_hidden(path)) wanted.kept.push_back({path, -1});
+    } else {
+      return wanted;
+    }
+  }
+  return wanted;
+}
+
+int refuse(const char* command, const char* place, const Reason& reason) {
+  std::fprintf(stderr, "device_root: %s is not started, as it would use this machine's own %s: %s\n", command,
+               place, reason.c_str());
+  return 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<Kept> kept;
-  int next = 1;
-  const bool own_network = argc > 1 && std::string_view(argv[1]) == "--own-network";
-  if (own_network) ++next;
-  for (; next + 1 < argc && std::string_view(argv[next]) == "--keep"; next += 2) {
-    char* real = realpath(argv[next + 1], nullptr);
-    const std::string path = real == nullptr ? argv[next + 1] : real;
-    std::free(real);
-    if (is_hidden(path)) kept.push_back({path, -1});
-  }
-  if (next + 1 >= argc || std::string_view(argv[next]) != "--") return usage();
-  char** command = argv + next + 1;
+  Wanted wanted = take_arguments(argc, argv);
+  if (wanted.command == nullptr) return usage();
+  const char* const program = wanted.command[0];
 
   for (const char* name : {"VEXA_DEVICE_ROOT", "VEXA_OWN_NETWORK"}) {
     unsetenv(name);
     unsetenv((std::string(name) + "_MISSING").c_str());
   }
-  const Reason reason = enter_device_root(kept);
+  const Reason reason = enter_device_root(wanted.kept);
+  if (wanted.required && !reason.empty()) return refuse(program, "/data", reason);
   tell("VEXA_DEVICE_ROOT", reason);
   if (reason.empty()) unsetenv("TMPDIR");  // may name a directory that is hidden now
-  if (own_network) tell("VEXA_OWN_NETWORK", reason.empty() ? vexa_test::enter_own_network() : reason);
-  execvp(command[0], command);
-  std::fprintf(stderr, "device_root: %s: %s\n", command[0], std::strerror(errno));
+  if (wanted.own_network) {
+    const Reason network = reason.empty() ? vexa_test::enter_own_network() : reason;
+    if (wanted.required && !network.empty()) return refuse(program, "network", network);
+    tell("VEXA_OWN_NETWORK", network);
+  }
+  execvp(program, wanted.command);
+  std::fprintf(stderr, "device_root: %s: %s\n", program, std::strerror(errno));
   return 127;
 }
