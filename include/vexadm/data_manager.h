@@ -422,7 +422,9 @@ VEXA_API int32_t vexa_dm_cache_read(uint32_t id, uint8_t *buffer, int32_t len);
  * The pair keeps its place when the key is found, else it goes to the end. The
  * key is searched as plain text "key," so a key that ends another one, or that
  * ends a value before a comma, is found there too. The item needs a stored
- * value or a default, which may be empty.
+ * value or a default. An empty text is a default only until it is stored: from
+ * vexa_dm_construct_def_database() on it reads -1 while the schema versions
+ * match, and no first pair can be written.
  *
  * @param handle      handle
  * @param id          item id
@@ -432,9 +434,11 @@ VEXA_API int32_t vexa_dm_cache_read(uint32_t id, uint8_t *buffer, int32_t len);
  * @param new_length  receives the length of the text that is written, in bytes;
  *                    untouched when it does not come to a write
  * @return 0; 3 a key or value is empty or both are too long together ("length of
- *         key or value error\n"), or the text would grow over
+ *         key or value error\n"), or the text that is there, with the pair
+ *         that would be replaced, and the new pair are together longer than
  *         DM_MAX_KEY_VALUE_STRLEN ("ERROR: the length of db str out of
- *         DM_MAX_KEY_VALUE_STRLEN\n"); -3 NULL key, value or new_length; a negative
+ *         DM_MAX_KEY_VALUE_STRLEN\n"), so that a replacement by something
+ *         shorter can be refused too; -3 NULL key, value or new_length; a negative
  *         result of vexa_dm_read() ("read db failed\n"), -3 also when memory
  *         runs out; a non-zero result of vexa_dm_write() ("write db failed\n")
  * @warning A text of exactly DM_MAX_KEY_VALUE_STRLEN bytes is stored without its last ";".

@@ -155,7 +155,8 @@ VEXA_API int32_t dm_sqlite_read(uint32_t id, const struct vexa_dm_item_desc *des
  *
  * @param backup  not NULL: make a dated copy first; the text is not looked at
  * @return 0 done; (uint32_t)-1 a shell command could not be started, or a file
- *         could not be deleted: the sequence stops there, later files stay
+ *         could not be deleted or was not there: the sequence stops at it,
+ *         later files stay
  * @note Stored defaults stay. Locks from after its first command on. Runs
  *       find, rm, mv, cp and date through the shell; their exit codes are not
  *       looked at, so a full backup directory loses the copy, not the clean.
