@@ -198,7 +198,7 @@ int run_load(Arguments& arguments) {
 
 constexpr Option kLoadOptions[] = {
     {"--dry-run", nullptr, "say what would change, and change nothing"},
-    {"--force", nullptr, "write into a damaged store all the same"},
+    {"--force", nullptr, "write where settings would be lost all the same"},
 };
 
 }  // namespace

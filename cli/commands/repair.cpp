@@ -134,8 +134,8 @@ extern const Command kRepair = {
     "Mends a store as the library would, after a copy of everything",
     "A primary that is corrupt, no database, missing or empty is made from the backup, or else from the\n"
     "factory copy; a backup that is damaged or stale from the primary; an item whose write was cut at\n"
-    "its end is copied; a journal that is no database is deleted. Values are never guessed.\n"
-    "A file that cannot be read stops it: that may hold all that is left.\n"
+    "its end is copied; a journal that is no database, or too corrupt to give its row, is deleted.\n"
+    "Values are never guessed. A file that cannot be read stops it: that may hold all that is left.\n"
     "\n"
     "Before that, primary, backup and journal go byte for byte into a directory beside them whose name\n"
     "has date and time. Stop the router's programs first.",

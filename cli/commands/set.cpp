@@ -181,9 +181,9 @@ constexpr Option kSetOptions[] = {
     {"--id", "N", "the number that programs know the item by; else that of the row"},
     {"--hex", nullptr, "the value in hexadecimal, whatever the type"},
     {"--from", "FILE", "the value from a file, - from standard input"},
-    {"--force", nullptr, "change the type of a row, or write into a damaged store, all the same"},
+    {"--force", nullptr, "change the type of a row, and write where settings would be lost, all the same"},
 };
-constexpr Option kEmptyOptions[] = {{"--force", nullptr, "write into a damaged store all the same"}};
+constexpr Option kEmptyOptions[] = {{"--force", nullptr, "write where settings would be lost all the same"}};
 
 }  // namespace
 

@@ -195,8 +195,8 @@ extern const Command kVersions = {
     "versions",
     "",
     "The schema version of the library and of each file",
-    "Stored defaults count only while primary, backup and defaults have the library's version;\n"
-    "else programs use the defaults that they are compiled with.",
+    "Stored defaults count only while backup and defaults have the library's version, as programs\n"
+    "read the backup; else programs use the defaults that they are compiled with.",
     "  $ vexadm versions\n"
     "  library   00010001\n"
     "  primary   00010001   /data/config.db\n"

@@ -19,6 +19,8 @@ void pause_for(uint64_t milliseconds) {
 }
 
 enum class Seen { kValue, kNothing, kUnreadable };
+// For programs, which must not take a lock for an item that is gone.
+constexpr const char* kStates[] = {"value", "none", "unreadable"};
 
 struct View {
   Seen seen = Seen::kUnreadable;
@@ -53,6 +55,7 @@ void tell(const Arguments& arguments, const View& view) {
   if (arguments.json) {
     Json json(Json::Form::kOneLine);
     json.object().text("time", local_time().view());
+    json.text("state", kStates[static_cast<int>(view.seen)]);
     if (view.seen == Seen::kValue) {
       add_item_fields(json, view.item);
     } else {

@@ -12,7 +12,9 @@ class Watch(ToolTest):
         make_store()
 
     def watch(self, *words):
-        return subprocess.Popen(self.command("watch", *words, "--interval", "5"), stdout=subprocess.PIPE, text=True)
+        running = subprocess.Popen(self.command("watch", *words, "--interval", "5"), stdout=subprocess.PIPE, text=True)
+        self.addCleanup(running.kill)  # of a case that fails: it would keep the runner's output open
+        return running
 
     def told(self, running):
         line = running.stdout.readline()
@@ -50,10 +52,31 @@ class Watch(ToolTest):
         running = self.watch("wifi", "channel", "--json", "--count", "2")
         first = json.loads(running.stdout.readline())
         self.assertRegex(first.pop("time"), r"\A\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\Z")
-        self.assertEqual(first, {"table": "wifi", "key": "channel", "id": 21, "type": 1, "type_name": "u8", "length": 1,
+        self.assertEqual(first, {"state": "value", "table": "wifi", "key": "channel", "id": 21, "type": 1, "type_name": "u8", "length": 1,
                                  "value": 11, "hex": "0b", "crc": "ok", "stored_crc": 0, "computed_crc": 0})
         self.expect("set", "wifi", "channel", "12", err=STORED)
         self.assertEqual(json.loads(running.stdout.readline())["value"], 12)
+        self.assertEqual(running.wait(timeout=30), 0)
+        running.stdout.close()
+
+    def test_json_tells_an_item_that_is_gone_from_a_file_that_is_locked(self):
+        def told(running):
+            seen = json.loads(running.stdout.readline())
+            del seen["time"]
+            return seen
+
+        holder = sqlite3.connect(BACKUP, isolation_level=None)
+        holder.execute("begin exclusive")
+        running = self.watch("wifi", "ssid", "--json", "--count", "4")
+        self.assertEqual(told(running), {"state": "unreadable", "table": "wifi", "key": "ssid", "value": None})
+        holder.execute("rollback")
+        self.assertEqual(told(running)["state"], "value")
+        holder.execute("delete from wifi where key='ssid'")
+        self.assertEqual(told(running), {"state": "none", "table": "wifi", "key": "ssid", "value": None})
+        holder.close()
+        make_items("/tmp/new.db")
+        os.rename("/tmp/new.db", BACKUP)
+        self.assertEqual(told(running)["state"], "value")
         self.assertEqual(running.wait(timeout=30), 0)
         running.stdout.close()
 
