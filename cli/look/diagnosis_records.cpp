@@ -69,41 +69,52 @@ class RecordDoctor : Doctor {
 
   static const Item* version_in(const ItemFile& file) { return find(file.items, kVersionTable, kVersionKey); }
 
-  void check_version(const ItemFile& file, const char* name) {
-    if (!file.whole || !file.has_rows()) return;
+  static bool has_this_version(const ItemFile& file) {
     const Item* record = version_in(file);
-    if (record == nullptr) {
-      Finding& finding = remark(textf("The %s has no version record.", name));
-      finding.next_start = Text("where the table of it is missing too, writes one");
-      return;
-    }
-    const uint32_t version = number_of(record->value.view());
-    if (record->value.size() == 4 && version == VEXA_SCHEMA_VERSION) return;
-    Finding& finding =
-        remark(textf("The %s was written for version %08x; this library is for %08x. It is used as it is.",
-                     name, version, VEXA_SCHEMA_VERSION));
-    finding.next_start =
-        Text("finishes no cut write, and takes defaults from the programs instead of the storage");
+    return record != nullptr && record->value.size() == 4 &&
+           number_of(record->value.view()) == VEXA_SCHEMA_VERSION;
   }
 
+  // What the library does about each: nullptr is nothing.
+  void check_version(const ItemFile& file, const char* name, const char* about_another,
+                     const char* about_none) {
+    if (!file.whole || !file.has_rows() || has_this_version(file)) return;
+    const Item* record = version_in(file);
+    Finding& finding =
+        record == nullptr
+            ? remark(textf("The %s has no version record.", name))
+            : remark(
+                  textf("The %s was written for version %08x; this library is for %08x. It is used as it is.",
+                        name, number_of(record->value.view()), VEXA_SCHEMA_VERSION));
+    const char* const about = record == nullptr ? about_none : about_another;
+    if (about != nullptr) finding.next_start = Text(std::string_view(about));
+  }
+
+  // The version that counts is the backup's, as with every item.
   void look_at_versions() {
-    check_version(out_.primary, "primary");
-    check_version(out_.backup, "backup");
-    check_version(out_.factory, "factory copy");
+    check_version(out_.primary, "primary", nullptr, nullptr);
+    check_version(out_.backup, "backup",
+                  "finishes no cut write, and takes defaults from the programs instead of the storage",
+                  "where the table of it is missing too, writes one into both files");
+    check_version(out_.factory, "factory copy", nullptr, nullptr);
   }
 
   void look_at_defaults() {
+    static constexpr char kIgnores[] = "takes defaults from the programs instead of the storage";
     const FileReport& report = out_.defaults.report;
     if (report.health == Health::kMissing || unreadable("file of stored defaults", places_.defaults, report))
       return;
     if (report.health != Health::kHealthy) {
-      Finding& finding = fault(textf("The stored defaults are %s: programs use those they are compiled with.",
-                                     health_name(report.health)));
+      // They are the product's own: a program does not put its own in place of those that are lost.
+      const char* const then = has_this_version(out_.defaults)
+                                   ? "items whose default cannot be read have none"
+                                   : "programs use those they are compiled with";
+      Finding& finding = fault(textf("The stored defaults are %s: %s.", health_name(report.health), then));
       finding.person =
           textf("delete %s; a program that constructs defaults makes it anew", places_.defaults.c_str());
       return;
     }
-    check_version(out_.defaults, "file of stored defaults");
+    check_version(out_.defaults, "file of stored defaults", kIgnores, kIgnores);
   }
 
   void look_at_open_transactions() {

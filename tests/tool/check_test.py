@@ -460,11 +460,12 @@ no fault
         make_items(BACKUP, version=0x00010000)
         make_defaults(version=0x00010000)
         make_journal(WRITE_DONE, item("wifi", 20, "ssid", TEXT, "Router"))
-        consequence = "finishes no cut write, and takes defaults from the programs instead of the storage"
+        defaults = "takes defaults from the programs instead of the storage"
         text = "The {} was written for version 00010000; this library is for 00010001. It is used as it is."
         findings = self.json("check")["findings"]
         self.assertEqual([(one["what"], one["next_start"]) for one in findings[-3:]],
-                         [(text.format(name), consequence) for name in ("primary", "backup", "file of stored defaults")])
+                         [(text.format("primary"), ""), (text.format("backup"), "finishes no cut write, and " + defaults),
+                          (text.format("file of stored defaults"), defaults)])
         self.host("start")
         self.assertEqual(self.read(), b"Garden house")
 
@@ -473,12 +474,12 @@ no fault
         for path in (PRIMARY, BACKUP):
             sql(path, "delete from SQL_VER_TAB")
         text = "The {} has no version record."
-        what_then = "where the table of it is missing too, writes one"
-        self.findings(remark(text.format("primary"), what_then), remark(text.format("backup"), what_then))
+        what_then = "where the table of it is missing too, writes one into both files"
+        self.findings(remark(text.format("primary")), remark(text.format("backup"), what_then))
         self.start_changes_nothing()
         for path in (PRIMARY, BACKUP):
             sql(path, "drop table SQL_VER_TAB")
-        self.findings(remark(text.format("primary"), what_then), remark(text.format("backup"), what_then))
+        self.findings(remark(text.format("primary")), remark(text.format("backup"), what_then))
         self.host("start")
         self.findings()
         self.expect("dump", out=GARDEN_DUMP)
@@ -494,6 +495,39 @@ no fault
         self.assertEqual(self.host("defaults"), ["0"])
         self.findings()
 
+    def test_the_version_that_counts_is_that_of_the_backup(self):
+        make_store()
+        make_items(PRIMARY, changed("Router"), version=0x00010000)
+        make_journal(WRITE_DONE, item("wifi", 20, "ssid", TEXT, "Router"))
+        self.host("start")
+        self.assertEqual(self.read(), b"Router")
+
+    def test_defaults_count_by_their_version_and_that_of_the_backup(self):
+        make_store()
+        sql(PRIMARY, "delete from wifi")
+        sql(BACKUP, "delete from wifi")
+        make_defaults(changed("Stored"))
+        self.assertEqual(self.host("value", "20"), ["6 Stored"])
+        os.unlink(DEFAULTS)
+        make_defaults(changed("Stored"), version=0x00010000)
+        self.assertEqual(self.host("value", "20"), ["6 Router"])
+        sql(DEFAULTS, "drop table SQL_VER_TAB")
+        self.findings(remark("The file of stored defaults has no version record.",
+                             "takes defaults from the programs instead of the storage"))
+        self.assertEqual(self.host("value", "20"), ["6 Router"])
+
+    def test_of_damaged_defaults_those_that_are_lost_are_none_while_the_version_stands(self):
+        make_store()
+        sql(PRIMARY, "delete from wifi")
+        sql(BACKUP, "delete from wifi")
+        make_defaults(changed("Stored"))
+        damage_a_table(DEFAULTS, "wifi")
+        self.findings(fault("The stored defaults are corrupt: items whose default cannot be read have none.", "",
+                            f"delete {DEFAULTS}; a program that constructs defaults makes it anew"))
+        self.assertEqual(self.host("value", "20"), ["-1 "])
+        spoil(DEFAULTS)
+        self.assertEqual(self.host("value", "20"), ["6 Router"])
+
     # ---- beside --------------------------------------------------------------------
 
     def test_a_factory_copy_is_looked_at_row_by_row(self):
@@ -504,8 +538,7 @@ no fault
         self.findings(
             fault("In the factory copy the checksum of wifi ssid is bad: a repair from it leaves that at the default.",
                   person="put the factory copy of this model there again"),
-            remark("The factory copy was written for version 00010002; this library is for 00010001. It is used as it is.",
-                   "finishes no cut write, and takes defaults from the programs instead of the storage"),
+            remark("The factory copy was written for version 00010002; this library is for 00010001. It is used as it is."),
             remark("The factory copy has a rollback journal beside it: a transaction was cut, or is running. What is shown "
                    "here is without it.", "SQLite rolls it back, by itself"))
 

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: MIT */
 /* A program of the router, in one line of a test: starts the library, which is when it looks at its
  * store, and then does what is asked for.
- * usage: store_host start | read TABLE KEY | write TABLE KEY TYPE ID TEXT | defaults */
+ * usage: store_host start | read TABLE KEY | write TABLE KEY TYPE ID TEXT | defaults | value ID */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -25,7 +25,7 @@ static void read_item(struct vexa_dm_handle* handle, char** words) {
   printf("\n");
 }
 
-static void construct_defaults(void) {
+static void register_items(void) {
   static struct vexa_dm_default_item items[] = {
       {.id = 20,
        .desc = {"wifi", "ssid", VEXA_DM_STRING},
@@ -39,7 +39,19 @@ static void construct_defaults(void) {
       {.id = -1},
   };
   vexa_dm_reg_def_items(items);
+}
+
+static void construct_defaults(void) {
+  register_items();
   printf("%d\n", vexa_dm_construct_def_database(VEXA_DM_BACKEND_SQLITE));
+}
+
+/* What a program gets, the default where nothing is stored. */
+static void read_by_id(struct vexa_dm_handle* handle, int id) {
+  uint8_t value[64] = {0};
+  register_items();
+  const int32_t size = vexa_dm_read(handle, id, value, sizeof value);
+  printf("%d %s\n", size, (const char*)value);
 }
 
 int main(int argc, char** argv) {
@@ -52,6 +64,7 @@ int main(int argc, char** argv) {
     printf("%d\n", handle->ops.write((uint32_t)atoi(argv[5]), &desc, argv[6], (int32_t)strlen(argv[6])));
   }
   if (strcmp(argv[1], "defaults") == 0) construct_defaults();
+  if (strcmp(argv[1], "value") == 0 && argc == 3) read_by_id(handle, atoi(argv[2]));
   vexa_dm_unreg(handle);
   return 0;
 }
