@@ -43,7 +43,7 @@ struct FileRecord {
   std::uint32_t path_size;
   std::uint32_t other_size;
   std::uint32_t data_size;
-  std::uint64_t file;  // inode number: unique among the files of one recording on tmpfs
+  std::uint64_t file;  // inode number: of its place, and given again once the file is gone
   std::uint64_t offset;
 };
 

@@ -11,7 +11,7 @@
 namespace vexa_test {
 namespace {
 
-// Files that were there before the recording, until an open tells their inode numbers.
+// Files that were there before the recording, until an open tells their inodes.
 constexpr std::uint64_t kFirstBaseFile = std::uint64_t{1} << 62;
 
 void put(std::string& content, std::size_t offset, std::string_view data) {
@@ -135,6 +135,19 @@ void PowerCutReplay::settle(const FileOperation& sync) {
   });
 }
 
+std::uint64_t PowerCutReplay::file_of(const FileOperation& operation) {
+  const Inode inode(recorded_place(operation.path), operation.file);
+  bool is_new = operation.op == FileOp::kCreate;
+  if (operation.op == FileOp::kOpen) {
+    const auto name = present_.names.find(operation.path);
+    is_new = name != present_.names.end() && name->second >= kFirstBaseFile;
+  }
+  if (is_new) files_.erase(inode);
+  const auto [file, added] = files_.try_emplace(inode, next_file_);
+  if (added) ++next_file_;
+  return file->second;
+}
+
 // The first open of a file that was there before tells which inode it is.
 void PowerCutReplay::bind(const FileOperation& open) {
   const auto name = present_.names.find(open.path);
@@ -153,21 +166,21 @@ void PowerCutReplay::bind(const FileOperation& open) {
 }
 
 void PowerCutReplay::apply(const FileOperation& operation) {
-  switch (operation.op) {
-    case FileOp::kMark:
-      return;
+  if (operation.op == FileOp::kMark) return;
+  FileOperation change = operation;
+  if (change.file != 0) change.file = file_of(operation);
+  switch (change.op) {
     case FileOp::kOpen:
-      bind(operation);
+      bind(change);
       return;
     case FileOp::kSync:
     case FileOp::kSyncPlace:
     case FileOp::kSyncAll:
-      settle(operation);
+      settle(change);
       return;
     default:
       break;
   }
-  FileOperation change = operation;
   if (change.op == FileOp::kRename) change.file = present_.names.at(change.path);
   perform(present_, change);
   pending_.push_back(std::move(change));

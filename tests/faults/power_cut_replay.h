@@ -16,6 +16,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -109,6 +110,11 @@ class PowerCutReplay {
     std::map<std::uint64_t, Content> files;
     std::map<std::string, std::uint64_t> names;
   };
+  // An inode, as long as it is one file's: a file system gives its number to the next file, and
+  // another file system has the same number.
+  using Inode = std::pair<std::string_view, std::uint64_t>;
+  std::uint64_t file_of(const FileOperation& operation);
+
   static bool changes_names(const FileOperation& operation);
   static bool settles(const FileOperation& sync, const FileOperation& operation);
   static void perform(Disk& disk, const FileOperation& operation);
@@ -124,6 +130,8 @@ class PowerCutReplay {
   Disk durable_;
   Disk present_;  // as the running program sees it
   std::vector<FileOperation> pending_;
+  std::map<Inode, std::uint64_t> files_;
+  std::uint64_t next_file_ = 1;
   std::uint64_t next_base_file_;
 };
 

@@ -102,6 +102,32 @@ TEST_F(PowerCut, RecordsTheSameOperationsEachTime) {
   EXPECT_TRUE(first == text());
 }
 
+// A disk's file system gives a number again at once; /vexanv may be another file system.
+TEST(PowerCutReplayed, AFileIsNoOtherOneOfTheSameNumber) {
+  PowerCutReplay replay({{"/data/old", Content("old")}});
+  const auto apply = [&](FileOp op, const std::string& path, const std::string& data = {}) {
+    FileOperation operation;
+    operation.op = op;
+    operation.file = op == FileOp::kUnlink ? 0 : 7;
+    operation.path = path;
+    operation.data = data;
+    replay.apply(operation);
+  };
+  apply(FileOp::kCreate, "/data/a");
+  apply(FileOp::kWrite, "/data/a", "first");
+  apply(FileOp::kUnlink, "/data/a");
+  apply(FileOp::kCreate, "/data/b");
+  apply(FileOp::kCreate, "/vexanv/c");
+  apply(FileOp::kWrite, "/vexanv/c", "other");
+  EXPECT_EQ(replay.present(),
+            (Image{{"/data/b", Content()}, {"/data/old", Content("old")}, {"/vexanv/c", Content("other")}}));
+
+  apply(FileOp::kUnlink, "/data/b");
+  apply(FileOp::kOpen, "/data/old");
+  apply(FileOp::kWrite, "/data/old", "n");
+  EXPECT_EQ(replay.present(), (Image{{"/data/old", Content("nld")}, {"/vexanv/c", Content("other")}}));
+}
+
 TEST_F(PowerCut, RefusesARecordingOfACallThatItDoesNotKnow) {
   Recording recording;
   EXPECT_THROW(recording.run([](auto&) { mkdir("/data/new", 0755); }), std::runtime_error);
