@@ -6,7 +6,6 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 #include <vexadm/data_manager.h>
 
@@ -26,20 +25,8 @@
 
 #include "support/child.h"
 #include "support/log_capture.h"
+#include "support/wall_clock.h"
 #include "vexadm/strings.h"
-
-namespace {
-
-int g_microseconds = -1;  // negative: those of the real clock
-
-}  // namespace
-
-extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
-  timespec precise = {};
-  clock_gettime(CLOCK_REALTIME, &precise);
-  *now = {precise.tv_sec, g_microseconds < 0 ? precise.tv_nsec / 1000 : g_microseconds};
-  return 0;
-}
 
 namespace {
 
@@ -51,6 +38,7 @@ using ::testing::StartsWith;
 using vexa_test::ChildResult;
 using vexa_test::LogCapture;
 using vexa_test::run_in_child;
+using vexa_test::wall_clock;
 
 using Message = std::array<char, VEXA_LOG_MESSAGE_SIZE>;
 
@@ -210,11 +198,11 @@ TEST_F(Logger, TimeIsUtcWithMilliseconds) {
 TEST_F(Logger, MillisecondsAreThoseOfTheClockCutNotRounded) {
   for (const auto& [microseconds, shown] : {std::pair(0, ".000"), std::pair(7999, ".007"),
                                             std::pair(123456, ".123"), std::pair(999999, ".999")}) {
-    g_microseconds = microseconds;
+    wall_clock = {1709210096, microseconds};
     vexa_log_printf(1, message_.data(), "f", 1, "x");
     EXPECT_THAT(str_t, EndsWith(shown));
   }
-  g_microseconds = -1;
+  wall_clock = {-1, 0};
 }
 
 TEST_F(Logger, NullFunctionIsShownAsMarker) {

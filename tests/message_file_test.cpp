@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
@@ -15,26 +14,8 @@
 #include "support/device_fixture.h"
 #include "support/failing_calloc.h"
 #include "support/log_text.h"
+#include "support/wall_clock.h"
 #include "vexadm/watch_log.h"
-
-// ---- A clock that stands still ----------------------------------------------
-
-namespace {
-
-timeval g_now = {-1, 0};  // negative: read the real one
-
-}  // namespace
-
-extern "C" __attribute__((visibility("default"))) int gettimeofday(timeval* now, void*) noexcept {
-  if (g_now.tv_sec >= 0) {
-    *now = g_now;
-    return 0;
-  }
-  timespec precise = {};
-  clock_gettime(CLOCK_REALTIME, &precise);
-  *now = {precise.tv_sec, precise.tv_nsec / 1000};
-  return 0;
-}
 
 // ---- Memory that is short ---------------------------------------------------
 
@@ -58,6 +39,7 @@ namespace {
 using ::testing::MatchesRegex;
 using vexa_test::log_is;
 using vexa_test::LogCapture;
+using vexa_test::wall_clock;
 
 constexpr const char* kFile = "/tmp/messages";
 constexpr const char* kSystem = "oem_system_call";
@@ -70,12 +52,12 @@ class MessageFile : public vexa_test::DeviceTest {
     stop_clock();
   }
   void TearDown() override {
-    g_now = {-1, 0};
+    wall_clock = {-1, 0};
     use_zone("UTC0");
     if (!IsSkipped()) unlink(kFile);
   }
   // 2024-02-29 12:34:56.789999 UTC
-  static void stop_clock() { g_now = {1709210096, 789999}; }
+  static void stop_clock() { wall_clock = {1709210096, 789999}; }
   static void use_zone(const char* zone) {
     setenv("TZ", zone, 1);
     tzset();
@@ -104,7 +86,7 @@ TEST_F(MessageFile, HasLocalTime) {
 }
 
 TEST_F(MessageFile, HasThreeDigitsOfMilliseconds) {
-  g_now.tv_usec = 7999;
+  wall_clock.tv_usec = 7999;
   vexa_write_msg2file(kFile, "");
   EXPECT_EQ(read_file(kFile), "[2024-02-29 12:34:56.007]\n");
 }
@@ -117,7 +99,7 @@ std::time_t clock_seconds() {
 }
 
 TEST_F(MessageFile, HasTheTimeOfTheClock) {
-  g_now = {-1, 0};
+  wall_clock = {-1, 0};
   const std::time_t before = clock_seconds();
   vexa_write_msg2file(kFile, "");
   const std::string text = read_file(kFile);

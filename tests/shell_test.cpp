@@ -53,20 +53,13 @@ struct Pauses {
 
 }  // namespace
 
-extern "C" {
-
-// Under a name of its own: the header's may be redirected already.
-int vexa_nanosleep(const timespec* pause, timespec* left) __asm__(VEXA_NANOSLEEP);
-
-__attribute__((visibility("default"))) int vexa_nanosleep(const timespec* pause, timespec* left) {
+extern "C" __attribute__((visibility("default"))) int nanosleep(const timespec* pause, timespec* left) {
   if (Pauses* const pauses = Pauses::current) {
     pauses->asked.push_back(std::chrono::seconds(pause->tv_sec) + std::chrono::nanoseconds(pause->tv_nsec));
     pauses->held = pauses->watched;
   }
   return vexa_test::kernel_sleep(pause, left);
 }
-
-}  // extern "C"
 
 namespace {
 
