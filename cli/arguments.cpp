@@ -160,7 +160,7 @@ class Parser {
       if (out_.command->name == name) return kDone;
     }
     const Text primary = std::move(out_.places().primary);
-    const Text directory(part(primary.view(), 0, primary.view().rfind('/') + 1));
+    const Text directory = look::directory_of(primary);
     struct stat entry {};
     if (stat(directory.c_str(), &entry) == 0 || errno != ENOENT) return kDone;
     if (out_.root != nullptr)

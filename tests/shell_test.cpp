@@ -590,7 +590,7 @@ TEST_F(Shell, TheWaitIsOneSecondAndTheResultIsTouchedBehindIt) {
 #endif
   vexa_set_log_level(4);
   char result[16] = "before";
-  const Pauses pauses(result);
+  Pauses pauses(result);
   EXPECT_EQ(vexa_popen_call_ex("echo abc", result, sizeof result), 0);
   ASSERT_FALSE(pauses.asked.empty());
   EXPECT_EQ(pauses.asked[0], std::chrono::seconds(1));

@@ -95,7 +95,8 @@ class RecordDoctor : Doctor {
     check_version(out_.primary, "primary", nullptr, nullptr);
     check_version(out_.backup, "backup",
                   "finishes no cut write, and takes defaults from the programs instead of the storage",
-                  "where the table of it is missing too, writes one into both files");
+                  "writes one into both files where the table of it is missing too; else finishes no cut "
+                  "write, and takes defaults from the programs instead of the storage");
     check_version(out_.factory, "factory copy", nullptr, nullptr);
   }
 
@@ -105,10 +106,12 @@ class RecordDoctor : Doctor {
     if (report.health == Health::kMissing || unreadable("file of stored defaults", places_.defaults, report))
       return;
     if (report.health != Health::kHealthy) {
-      // They are the product's own: a program does not put its own in place of those that are lost.
-      const char* const then = has_this_version(out_.defaults)
-                                   ? "items whose default cannot be read have none"
-                                   : "programs use those they are compiled with";
+      // They are the product's own, where they and the items have this version: a program does not put
+      // its own in place of those that are lost.
+      const bool count = has_this_version(out_.defaults) &&
+                         (version_in(out_.backup) == nullptr || has_this_version(out_.backup));
+      const char* const then = count ? "items whose default cannot be read have none"
+                                     : "programs use those they are compiled with";
       Finding& finding = fault(textf("The stored defaults are %s: %s.", health_name(report.health), then));
       finding.person =
           textf("delete %s; a program that constructs defaults makes it anew", places_.defaults.c_str());

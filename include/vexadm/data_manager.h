@@ -195,8 +195,9 @@ VEXA_API int32_t vexa_dm_read(struct vexa_dm_handle *handle, int32_t id, uint8_t
  *
  * A value equal to what vexa_dm_read() gives is not stored again; the default of an
  * item that holds nothing counts. A default that stands in for a stored value which
- * cannot be delivered (longer, damaged, locked, in the primary only) does not. In
- * run-clean state only the cache is written and the callback is not called.
+ * cannot be delivered (longer, damaged, locked, in a backup that cannot be read, in
+ * the primary only) does not. In run-clean state only the cache is written and the
+ * callback is not called.
  *
  * @param handle  handle
  * @param id      item id

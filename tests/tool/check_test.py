@@ -474,7 +474,8 @@ no fault
         for path in (PRIMARY, BACKUP):
             sql(path, "delete from SQL_VER_TAB")
         text = "The {} has no version record."
-        what_then = "where the table of it is missing too, writes one into both files"
+        what_then = ("writes one into both files where the table of it is missing too; else finishes no cut write, and "
+                     "takes defaults from the programs instead of the storage")
         self.findings(remark(text.format("primary")), remark(text.format("backup"), what_then))
         self.start_changes_nothing()
         for path in (PRIMARY, BACKUP):
@@ -525,6 +526,13 @@ no fault
         self.findings(fault("The stored defaults are corrupt: items whose default cannot be read have none.", "",
                             f"delete {DEFAULTS}; a program that constructs defaults makes it anew"))
         self.assertEqual(self.host("value", "20"), ["-1 "])
+        for path in (PRIMARY, BACKUP):
+            os.unlink(path)
+            make_items(path, version=0x00010000)
+            sql(path, "delete from wifi")
+        what = self.json("check", code=1)["findings"][-1]["what"]
+        self.assertEqual(what, "The stored defaults are corrupt: programs use those they are compiled with.")
+        self.assertEqual(self.host("value", "20"), ["6 Router"])
         spoil(DEFAULTS)
         self.assertEqual(self.host("value", "20"), ["6 Router"])
 

@@ -5,7 +5,6 @@ import random
 from support import *
 
 
-
 class Setting(ToolTest):
     def row(self, table, key, path=BACKUP):
         rows = sql(path, (f"select id,type,len,crc,value from {quoted(table)} where key=?", (key,)))

@@ -118,8 +118,11 @@ int32_t dm_pal_read(const char* table, const char* key, uint8_t* buffer, int32_t
   }
 
   const int32_t again = dm_read_db(DB_CONFIGBAK, table, key, buffer, &crc, length);
-  return no_answer(again) ? again
-                          : deliver_alone(verified(again, buffer, crc), buffer, std::max(found, backup));
+  if (no_answer(again)) {
+    CallBudget::give_up();  // the first look saw something
+    return again;
+  }
+  return deliver_alone(verified(again, buffer, crc), buffer, std::max(found, backup));
 }
 
 int32_t dm_pal_read_by_key(const char* table, const char* key, uint8_t* buffer, int32_t length) {
