@@ -542,6 +542,12 @@ TEST_F(BackToTheDefault, ReachesABackupThatMayBeTheOnlyOneWithAValue) {
   EXPECT_TRUE(reaches_both());
 }
 
+TEST_F(BackToTheDefault, ReachesACorruptBackupThatMayBeTheOnlyOneWithAValue) {
+  exec_sql(kPrimary, "delete from cfg");
+  write_file(kBackup, std::string(4096, 'x'));
+  EXPECT_TRUE(reaches_both());
+}
+
 TEST_F(BackToTheDefault, ReachesABackupThatWasMissing) {
   std::filesystem::remove(kBackup);
   EXPECT_TRUE(reaches_both());
