@@ -215,6 +215,20 @@ TEST_F(Busy, ALockThatOutlastsTheBoundIsNotTakenForAnItemThatHoldsNothing) {
   vexa_dm_unreg(handle);
 }
 
+// The backup has answered, whatever the primary's lock kept from being looked at.
+TEST_F(Busy, ALockedPrimaryDoesNotKeepTheSameBytesFromBeingSkipped) {
+  vexa_dm_handle* const handle = vexa_dm_reg(VEXA_DM_BACKEND_SQLITE);
+  vexa_dm_default_item items[] = {{1, {"NET", "apn", 0}, {}, VEXA_DM_STRING, -1}, {-1, {}, {}, 0, 0}};
+  ASSERT_EQ(vexa_dm_reg_def_items(items), 0);
+  {
+    const LockHolder holder(DB_CONFIG, "begin exclusive", kTooLong);
+    LogCapture log;
+    EXPECT_EQ(vexa_dm_write(handle, 1, "old", 3), 0);
+    EXPECT_EQ(log.count("Try to write the same data\n"), 1U);
+  }
+  vexa_dm_unreg(handle);
+}
+
 TEST_F(Busy, APrimaryLockedForTooLongGivesMinusOneForANewTable) {
   const vexa_dm_item_desc other{"FRESH", "key", VEXA_DM_STRING};
   LockHolder holder(DB_CONFIG, "begin exclusive", kTooLong);

@@ -36,6 +36,7 @@ bool holds_already(vexa_dm_handle* handle, int32_t id, const void* data, int32_t
   const Read read = read_item(handle, id, present.get(), len + 1);
   if (read.result != len || std::memcmp(present.get(), data, static_cast<std::size_t>(len)) != 0)
     return false;
+  if (read.failed == 0) return true;
   // A default that stands in for a value which could not be delivered (too long for this buffer,
   // damaged, locked, in a backup that cannot be read, only in the primary) says nothing about what is stored.
   // Who sets an item back to its default must not hear 0 while the old value stays.
